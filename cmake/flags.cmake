@@ -26,11 +26,12 @@ if(VX_SANITIZE)
   add_link_options(-fsanitize=${VX_SANITIZE} -fno-sanitize-recover=all)
 endif()
 
-# The OpenSSF's list for C and C++, as far as this compiler and linker know it.
+# The OpenSSF's list for C and C++, as far as this compiler and linker know it, but for
+# _GLIBCXX_ASSERTIONS: its checks call into the C++ run-time library.
 if(VX_HARDENING AND NOT VX_SANITIZE)
   set(vx_release "$<CONFIG:Release,RelWithDebInfo,MinSizeRel>")
   target_compile_options(vx_flags INTERFACE
-    $<${vx_release}:-U_FORTIFY_SOURCE> $<${vx_release}:-D_GLIBCXX_ASSERTIONS>
+    $<${vx_release}:-U_FORTIFY_SOURCE>
     $<${vx_release}:-Werror=format-security>)
   foreach(flag IN ITEMS -fstack-protector-strong -fstack-clash-protection -fcf-protection=full
       -ftrivial-auto-var-init=zero -fno-delete-null-pointer-checks -fno-strict-overflow

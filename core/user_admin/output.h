@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+// Standard output and standard error of the command.
+//
+// Standard output is collected in one large buffer and written in large pieces; a write that fails
+// is remembered, so that the end of the run can say so. On a terminal control bytes show as "?",
+// whatever names the tree holds; into files and pipes every byte goes as it is.
+#pragma once
+
+#include <string_view>
+
+void out_text(std::string_view text); // our own words: newlines and all
+void out_name(std::string_view name); // text from the tree or the user database
+void out_number(long long number);
+
+// Write what is collected now when somebody watches, so that a long walk starts below the header.
+void out_show_on_terminal();
+
+// One message on standard error.
+[[gnu::format(printf, 1, 2)]] void report_error(const char *format, ...);
+
+// Whether a descriptor is a terminal. Keeps errno.
+bool is_terminal(int fd);
+
+// One line on standard error that counts entries; the next message, or erase_progress, takes its
+// place.
+void show_progress(unsigned long entries_seen);
+void erase_progress();
+
+// End the run after writing what is collected. Output that can't be written is reported, and turns
+// status 0 into 1.
+[[noreturn]] void finish(int status);
+
+// report_error, then finish.
+[[noreturn, gnu::format(printf, 2, 3)]] void die(int status, const char *format, ...);

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "surroundings.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+void make_standard_descriptors_valid() {
+    // One call tells of all three which are closed.
+    struct pollfd standard[] = {{STDIN_FILENO, 0, 0}, {STDOUT_FILENO, 0, 0}, {STDERR_FILENO, 0, 0}};
+    if (poll(standard, 3, 0) == 0) {
+        return;
+    }
+    for (const struct pollfd &each : standard) {
+        if ((each.revents & POLLNVAL) == 0) {
+            continue;
+        }
+        // The lowest free descriptor is this one: those below it are valid by now.
+        const int useless = each.fd == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+        if (open("/dev/null", useless) != each.fd) {
+            _exit(1);
+        }
+    }
+}
+
+void reset_child_signal() {
+    signal(SIGCHLD, SIG_DFL);
+}
