@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Path expressions over a finished tree.
+//
+// The node walk splits its expression each time and follows one path. The collection works on compiled
+// records and fans out over arrays; it goes through the tree depth first without recursing, and finds its
+// way back by the parent links.
+
+#include <libvxcore/vxlb_json_parser.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include <libvxcore/vxlb_alloc.h>
+#include <libvxcore/vxlb_util.h>
+
+#include "vxlb_json_internal.h"
+
+enum {
+    WALK_EXPR_SIZE = 2048,
+    WALK_SEGMENTS = 64,
+    EXPR_SIZE = 4096,
+    EXPR_SEGMENTS = 256,
+    NO_INDEX = -1
+};
+
+enum condition { NO_CONDITION, BY_INDEX, BY_MEMBER };
+
+// Leading decimal number of a text, held to the range of an int; 0 if there is none.
+static int leading_int(const char *text) {
+    const long number = strtol(text, nullptr, 10);
+    if (number > INT_MAX) {
+        return INT_MAX;
+    }
+    return number < INT_MIN ? INT_MIN : static_cast<int>(number);
+}
+
+// ---- Node walk ----
+
+// Cut a segment at its "[" and return the index behind it.
+static int cut_index(char *segment) {
+    char *bracket = strchr(segment, '[');
+    if (bracket == nullptr) {
+        return NO_INDEX;
+    }
+    *bracket = '\0';
+    return leading_int(bracket + 1);
+}
+
+// Item of an array; a negative index stands for the first one.
+static vxlb_jsont *item_at(vxlb_jsont *array, int index) {
+    if (index >= array->numChild) {
+        return nullptr;
+    }
+    vxlb_jsont *item = array->children;
+    for (int i = 0; i < index; i++) {
+        item = item->next_sib;
+    }
+    return item;
+}
+
+static vxlb_jsont *counted_child_named(vxlb_jsont *node, const char *name) {
+    vxlb_jsont *child = node->children;
+    for (int i = 0; i < node->numChild; i++) {
+        if (strcmp(child->name, name) == 0) {
+            return child;
+        }
+        child = child->next_sib;
+    }
+    return nullptr;
+}
+
+vxlb_jsont *vxlb_jsont_eval_expr(vxlb_jsont *jsont, const char *expr) {
+    char text[WALK_EXPR_SIZE];
+    const size_t length = strnlen(expr, sizeof text - 1);
+    memcpy(text, expr, length);
+    text[length] = '\0';
+    char *segments[WALK_SEGMENTS];
+    const int count = get_tokens(text, segments, ".", WALK_SEGMENTS);
+    vxlb_jsont *node = count > 0 ? jsont : nullptr;
+    for (int i = 0; i < count && node != nullptr; i++) {
+        const bool is_last = i == count - 1;
+        const int index = cut_index(segments[i]);
+        if (i > 0) {
+            node = counted_child_named(node, segments[i]);
+        }
+        if (node != nullptr && node->type == VXLB_JSON_ARRAY) {
+            if (index != NO_INDEX) {
+                node = item_at(node, index);
+            } else if (!is_last) {
+                node = nullptr;
+            }
+        }
+    }
+    return node;
+}
+
+// ---- Compiling ----
+
+static void copy_text(char *to, size_t size, const char *from) {
+    const size_t length = strnlen(from, size - 1);
+    memcpy(to, from, length);
+    to[length] = '\0';
+}
+
+static bool has_only_digits(const char *text) {
+    return text[strspn(text, "0123456789")] == '\0';
+}
+
+// A selector is the text between "[" and "]". One that is neither index nor comparison is no condition.
+static void compile_selector(char *selector, json_expr_cond *cond) {
+    char *end = strchr(selector, ']');
+    if (end == nullptr) {
+        return;
+    }
+    *end = '\0';
+    if (has_only_digits(selector)) {
+        cond->con_type = BY_INDEX;
+        cond->cidx = leading_int(selector);
+        return;
+    }
+    char *equals = strchr(selector, '=');
+    if (equals != nullptr) {
+        *equals = '\0';
+        cond->con_type = BY_MEMBER;
+        copy_text(cond->cname, sizeof cond->cname, selector);
+        copy_text(cond->cvalue, sizeof cond->cvalue, equals + 1);
+    }
+}
+
+static void compile_segment(char *segment, json_expr_cond *cond) {
+    char *bracket = strchr(segment, '[');
+    if (bracket != nullptr) {
+        *bracket = '\0';
+    }
+    copy_text(cond->nodename, sizeof cond->nodename, segment);
+    if (bracket != nullptr) {
+        compile_selector(bracket + 1, cond);
+    }
+}
+
+int vxlb_str_to_expr_cond(char *expr, json_expr_cond **json_expr_condition) {
+    char *segments[EXPR_SEGMENTS];
+    const int count = get_tokens(expr, segments, ".", EXPR_SEGMENTS);
+    const size_t size = static_cast<size_t>(count) * sizeof(json_expr_cond);
+    json_expr_cond *expr_cond = nullptr;
+    VXLB_MALLOC(expr_cond, size, "expr_cond");
+    if (expr_cond != nullptr) {
+        memset(expr_cond, 0, size);
+    }
+    for (int i = 0; i < count; i++) {
+        compile_segment(segments[i], &expr_cond[i]);
+    }
+    *json_expr_condition = expr_cond;
+    return count;
+}
+
+// ---- Value collection ----
+
+static vxlb_jsont *child_named(vxlb_jsont *node, const char *name) {
+    vxlb_jsont *child = node->children;
+    while (child != nullptr && strcmp(child->name, name) != 0) {
+        child = child->next_sib;
+    }
+    return child;
+}
+
+static bool is_scalar(const vxlb_jsont *node) {
+    return node->type == VXLB_JSON_STRING || node->type == VXLB_JSON_LITERAL;
+}
+
+// Whether an item is an object with a scalar member of the condition's name and value.
+static bool has_member(const vxlb_jsont *item, const json_expr_cond *cond) {
+    if (item->type != VXLB_JSON_OBJECT) {
+        return false;
+    }
+    for (const vxlb_jsont *child = item->children; child != nullptr; child = child->next_sib) {
+        if (is_scalar(child) && child->value != nullptr && strcmp(child->name, cond->cname) == 0 &&
+            strcmp(child->value, cond->cvalue) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The first of these items that a condition lets through.
+static vxlb_jsont *matching_item(vxlb_jsont *item, const json_expr_cond *cond) {
+    while (item != nullptr && cond->con_type == BY_MEMBER && !has_member(item, cond)) {
+        item = item->next_sib;
+    }
+    return item;
+}
+
+// Item of an index in the chain, which may be longer than numChild says.
+static vxlb_jsont *chained_item(vxlb_jsont *array, int index) {
+    vxlb_jsont *item = index < 0 ? nullptr : array->children;
+    for (int i = 0; item != nullptr && i < index; i++) {
+        item = item->next_sib;
+    }
+    return item;
+}
+
+// Where a collection stands.
+struct collection {
+    vxlb_jsont *node;
+    json_expr_cond *cond; // the node's own record
+    int num_cond;         // records from there on
+};
+
+// Go down to the first node that the current one leads to; false if it leads to none.
+static bool descend(collection *c) {
+    vxlb_jsont *next = nullptr;
+    if (c->node->type == VXLB_JSON_OBJECT && c->num_cond > 1) {
+        next = child_named(c->node, c->cond[1].nodename);
+        if (next != nullptr) {
+            c->cond++;
+            c->num_cond--;
+        }
+    } else if (c->node->type == VXLB_JSON_ARRAY && c->num_cond != 0) {
+        next = c->cond->con_type == BY_INDEX ? chained_item(c->node, c->cond->cidx)
+                                             : matching_item(c->node->children, c->cond);
+    }
+    if (next == nullptr) {
+        return false;
+    }
+    c->node = next;
+    return true;
+}
+
+// Go on to the next item of the nearest array above that fans out; false if there is none below `start`.
+static bool go_on(collection *c, const vxlb_jsont *start) {
+    while (c->node != start) {
+        vxlb_jsont *parent = c->node->parent;
+        if (parent->type == VXLB_JSON_OBJECT) { // one member only is followed
+            c->cond--;
+            c->num_cond++;
+        } else if (c->cond->con_type != BY_INDEX) {
+            vxlb_jsont *next = matching_item(c->node->next_sib, c->cond);
+            if (next != nullptr) {
+                c->node = next;
+                return true;
+            }
+        }
+        c->node = parent;
+    }
+    return false;
+}
+
+void __jsont_eval(vxlb_jsont *jsont, json_expr_cond *expr_cond, int num_cond, char **values,
+                  int max_value, int *tot_values) {
+    collection c = {jsont, expr_cond, num_cond};
+    while (*tot_values < max_value) {
+        if (descend(&c)) {
+            continue;
+        }
+        if (is_scalar(c.node) && c.num_cond == 1 && c.node->value != nullptr) {
+            values[(*tot_values)++] = c.node->value;
+        }
+        if (!go_on(&c, jsont)) {
+            return;
+        }
+    }
+}
+
+int vxlb_jsont_eval_json_expr(vxlb_jsont *jsont, json_expr_cond *expr_cond, int num_cond,
+                              char **values, int max_value) {
+    if (jsont == nullptr || expr_cond == nullptr || values == nullptr) {
+        return -1;
+    }
+    if (num_cond < 1) {
+        return 0;
+    }
+    int total = 0;
+    __jsont_eval(jsont, expr_cond, num_cond, values, max_value, &total);
+    return total;
+}
+
+int vxlb_jsont_eval_expr_str(vxlb_jsont *jsont, const char *expr, char **values, int max_value) {
+    if (jsont == nullptr || expr == nullptr || values == nullptr) {
+        return -1;
+    }
+    char text[EXPR_SIZE];
+    const size_t length = strnlen(expr, sizeof text);
+    if (length == sizeof text) {
+        return -1;
+    }
+    memcpy(text, expr, length + 1);
+    json_expr_cond *expr_cond = nullptr;
+    const int count = vxlb_str_to_expr_cond(text, &expr_cond);
+    if (count == 0) {
+        return 0;
+    }
+    const int total = vxlb_jsont_eval_json_expr(jsont, expr_cond, count, values, max_value);
+    free(expr_cond); // plain: the allocation map keeps its record, as its readers know
+    return total;
+}

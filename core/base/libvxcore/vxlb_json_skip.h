@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef VXLB_JSON_SKIP_H
+#define VXLB_JSON_SKIP_H
+
+// Finding the next byte that matters, many bytes at a time.
+//
+// Each function returns a pointer to the first byte in [p, end) that may matter, or `end`. "May":
+// a block test that also stops at a few bytes without meaning is cheaper, and callers look at every
+// byte they are given anyway. No byte at or behind `end` is read. Two roads with the same answers up
+// to such false stops: SSE2, which every x86-64 has, and plain 64-bit words for the others
+// (VXLB_JSON_PORTABLE chooses the words everywhere).
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+#if defined(__SSE2__)
+#    include <emmintrin.h>
+#endif
+
+// A quote, a backslash or a zero byte: what ends the plain part of a string.
+static inline bool stops_string(char c) {
+    return c == '"' || c == '\\' || c == '\0';
+}
+
+// What a scan outside strings looks at: these three, the four brackets, and the comma.
+static inline bool stops_structure(char c) {
+    return stops_string(c) || c == ',' || c == '{' || c == '}' || c == '[' || c == ']';
+}
+
+constexpr uint64_t SWAR_ONES = 0x0101010101010101;
+constexpr uint64_t SWAR_HIGHS = 0x8080808080808080;
+
+// The high bit of each byte that equals c. Bytes above the lowest such byte may be marked in error.
+static inline uint64_t swar_equal(uint64_t word, unsigned char c) {
+    const uint64_t x = word ^ (SWAR_ONES * c);
+    return (x - SWAR_ONES) & ~x & SWAR_HIGHS;
+}
+
+static inline int first_marked_byte(uint64_t marks) {
+    if constexpr (std::endian::native == std::endian::little) {
+        return std::countr_zero(marks) / 8;
+    } else {
+        return 0; // the lowest byte is not the first: let the caller look from the word's start
+    }
+}
+
+static inline const char *skip_string_words(const char *p, const char *end) {
+    while (end - p >= 8) {
+        uint64_t word = 0;
+        memcpy(&word, p, sizeof word);
+        const uint64_t marks = swar_equal(word, '"') | swar_equal(word, '\\') | swar_equal(word, 0);
+        if (marks != 0) {
+            p += first_marked_byte(marks);
+            break;
+        }
+        p += 8;
+    }
+    while (p < end && !stops_string(*p)) {
+        p++;
+    }
+    return p;
+}
+
+static inline const char *skip_structure_words(const char *p, const char *end) {
+    while (end - p >= 8) {
+        uint64_t word = 0;
+        memcpy(&word, p, sizeof word);
+        const uint64_t folded = word | (SWAR_ONES * 0x20); // [ and {, \ and |, ] and } become one
+        const uint64_t marks = swar_equal(word, '"') | swar_equal(word, ',') | swar_equal(word, 0) |
+                               swar_equal(folded, '{') | swar_equal(folded, '|') |
+                               swar_equal(folded, '}');
+        if (marks != 0) {
+            p += first_marked_byte(marks);
+            break;
+        }
+        p += 8;
+    }
+    while (p < end && !stops_structure(*p)) {
+        p++;
+    }
+    return p;
+}
+
+#if defined(__SSE2__)
+
+static inline const char *skip_string_sse2(const char *p, const char *end) {
+    const __m128i quote = _mm_set1_epi8('"');
+    const __m128i backslash = _mm_set1_epi8('\\');
+    for (; end - p >= 16; p += 16) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        const __m128i marks = _mm_or_si128(
+            _mm_or_si128(_mm_cmpeq_epi8(block, quote), _mm_cmpeq_epi8(block, backslash)),
+            _mm_cmpeq_epi8(block, _mm_setzero_si128()));
+        const auto mask = static_cast<unsigned>(_mm_movemask_epi8(marks));
+        if (mask != 0) {
+            return p + std::countr_zero(mask);
+        }
+    }
+    while (p < end && !stops_string(*p)) {
+        p++;
+    }
+    return p;
+}
+
+static inline const char *skip_structure_sse2(const char *p, const char *end) {
+    const __m128i quote = _mm_set1_epi8('"');
+    const __m128i comma = _mm_set1_epi8(',');
+    const __m128i fold = _mm_set1_epi8(0x20);
+    const __m128i brace = _mm_set1_epi8('{');
+    const __m128i two = _mm_set1_epi8(2);
+    for (; end - p >= 16; p += 16) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        // Folded, the brackets and the backslash are the three codes from '{' on ('|' with them).
+        const __m128i code = _mm_sub_epi8(_mm_or_si128(block, fold), brace);
+        const __m128i brackets = _mm_cmpeq_epi8(_mm_min_epu8(code, two), code);
+        const __m128i marks =
+            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(block, quote), _mm_cmpeq_epi8(block, comma)),
+                         _mm_or_si128(_mm_cmpeq_epi8(block, _mm_setzero_si128()), brackets));
+        const auto mask = static_cast<unsigned>(_mm_movemask_epi8(marks));
+        if (mask != 0) {
+            return p + std::countr_zero(mask);
+        }
+    }
+    while (p < end && !stops_structure(*p)) {
+        p++;
+    }
+    return p;
+}
+
+#endif
+
+#if defined(__SSE2__) && !defined(VXLB_JSON_PORTABLE)
+static inline const char *skip_string(const char *p, const char *end) {
+    return skip_string_sse2(p, end);
+}
+static inline const char *skip_structure(const char *p, const char *end) {
+    return skip_structure_sse2(p, end);
+}
+#else
+static inline const char *skip_string(const char *p, const char *end) {
+    return skip_string_words(p, end);
+}
+static inline const char *skip_structure(const char *p, const char *end) {
+    return skip_structure_words(p, end);
+}
+#endif
+
+#endif
