@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+// The parser driven by a script, beside the plain model, compared after every step.
+//
+//     window (0: buffer mode, 255: 8192) | levels | length of the script | script | document
+
+#include "json_model.h"
+
+namespace {
+
+void check(bool good) {
+    if (!good) {
+        abort();
+    }
+}
+
+void step(vxlb_json_t *json, JsonModel &model, unsigned char code) {
+    const int what = code & 15;
+    const int argument = code >> 4;
+    if (what < 6) {
+        check(__parse_json(json, static_cast<unsigned char>(what)) == model.move(what));
+    } else if (what < 8) {
+        const std::string name(1, static_cast<char>('a' + argument));
+        check(vxlb_json_goto_element(json, name.c_str()) == model.goto_element(name));
+    } else if (what < 10) {
+        check(vxlb_json_goto_array_item(json, argument - 1) == model.goto_item(argument - 1));
+    } else if (what == 10) {
+        (void)vxlb_json_element_name(json);
+        model.error = json->error;
+    } else {
+        int length = 0;
+        const bool own = (argument & 4) != 0;
+        char *value = vxlb_json_element_value_ex(json, &length, own ? 1 : 0, argument & 1,
+                                                 static_cast<unsigned char>(argument & 2));
+        const auto text = model.value((argument & 1) != 0, (argument & 2) != 0, own);
+        check((value != nullptr) == text.has_value());
+        check(value == nullptr || *text == std::string(value, static_cast<size_t>(length)));
+        if (own) {
+            free(value);
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static const MemoryFile file;
+    if (size < 4 || size < 4U + data[2]) {
+        return 0;
+    }
+    const int window = data[0] == 255 ? 8192 : data[0];
+    const auto levels = static_cast<int16_t>(1 + data[1] % 40);
+    const std::string doc(reinterpret_cast<const char *>(data) + 3 + data[2], size - 3 - data[2]);
+    vxlb_json_t *json = nullptr;
+    if (window == 0) {
+        json = vxlb_json_init_buffer(doc.data(), levels, static_cast<int>(doc.size()), nullptr);
+    } else {
+        file.write(doc);
+        json = vxlb_json_init(file.path.c_str(), levels, window, nullptr);
+    }
+    JsonModel model(doc, levels, window);
+    for (size_t i = 0; i < data[2]; i++) {
+        step(json, model, data[3 + i]);
+        check(model.difference(json).empty());
+    }
+    vxlb_json_free(json);
+    return 0;
+}
