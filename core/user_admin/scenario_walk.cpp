@@ -287,20 +287,20 @@ void note_loss(const char *path, int error) {
     report_error("Error: vxu_show_scenarios: cannot read %s: %s\n", path, strerror(error));
 }
 
-// Where the walk begins. Never freed.
-const char *choose_root() {
+// Where the walk begins, in one's own copy.
+char *choose_root() {
     base_level = w_set != 0 ? POS_WORKSPACE : all != 0 ? POS_ROOT : POS_MARANTH_DIR;
     if (base_level != POS_ROOT) {
-        return scenario_dir;
+        return strdup(scenario_dir);
     }
-    char *root = nullptr;
+    char *root;
     return asprintf(&root, "%s/workspace", vx_wdir) < 0 ? nullptr : root;
 }
 
 } // namespace
 
 bool scan_scen_list() {
-    const char *root = choose_root();
+    char *root = choose_root();
     if (root == nullptr) {
         die_of_memory();
     }
@@ -313,6 +313,7 @@ bool scan_scen_list() {
         die(1, "Error: Internal error, msg - nftw failed for workspace directory, %s\n",
             strerror(errno));
     }
+    free(root);
     erase_progress();
     return g_is_complete;
 }

@@ -11,10 +11,10 @@
 
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string_view>
 
 namespace {
@@ -28,8 +28,12 @@ constexpr int ROW_FIELDS = 4; // workspace, profile, project, sub-project; the r
 // The fields of a row, in order.
 enum { WORKSPACE, PROFILE, PROJECT, SUB_PROJECT };
 
-// A command with a name in it, never freed.
-char *command_with_name(std::string_view before, const char *name, std::string_view after) {
+struct release_text {
+    void operator()(char *text) const { free(text); }
+};
+using owned_text = std::unique_ptr<char, release_text>;
+
+owned_text command_with_name(std::string_view before, const char *name, std::string_view after) {
     const size_t word = vxlb_shell_word(name, "", nullptr, 0);
     const size_t size = before.size() + word + after.size() + 1;
     char *command = static_cast<char *>(malloc(size));
@@ -40,7 +44,7 @@ char *command_with_name(std::string_view before, const char *name, std::string_v
     vxlb_shell_word(name, "", command + before.size(), word + 1);
     memcpy(command + before.size() + word, after.data(), after.size());
     command[size - 1] = '\0';
-    return command;
+    return owned_text(command);
 }
 
 // Read one line without its newline. What does not fit is passed over. False at the end of input.
@@ -91,7 +95,7 @@ void take_row(char *const *fields, int row) {
         strcmp(fields[SUB_PROJECT], "All") == 0 ? "*" : copy_of_field(fields[SUB_PROJECT]);
 }
 
-enum class rows_end { END_OF_INPUT, ALL_PROFILES };
+enum class rows_end { END_OF_INPUT, ALL_PROFILES, TOO_MANY };
 
 rows_end read_rows(FILE *in, int *rows) {
     std::array<char, LINE_SIZE> line;
@@ -107,7 +111,7 @@ rows_end read_rows(FILE *in, int *rows) {
         if (*rows == MAX_PROJECTS) {
             report_error("Warning: vxu_show_scenarios: project rows beyond %d are ignored\n",
                          MAX_PROJECTS);
-            break;
+            return rows_end::TOO_MANY;
         }
         take_row(fields, (*rows)++);
     }
@@ -130,7 +134,9 @@ void die_of_memory() {
 
 void validate_user(const char *user_name) {
     // The check command speaks for itself.
-    if (system(command_with_name("vxu_check_user ", user_name, " vxu_show_scenarios")) != 0) {
+    const owned_text command =
+        command_with_name("vxu_check_user ", user_name, " vxu_show_scenarios");
+    if (system(command.get()) != 0) {
         finish(REFUSED_STATUS);
     }
     if (all == 0 && (strcmp(user_name, "admin") == 0 || strcmp(user_name, "maranth") == 0)) {
@@ -139,9 +145,9 @@ void validate_user(const char *user_name) {
 }
 
 void get_users_proj_sub_proj(const char *user) {
-    const char *command =
+    const owned_text command =
         command_with_name("vxu_show_projects -u ", user, "| grep -v \"^User Name\"");
-    FILE *in = popen(command, "re");
+    FILE *in = popen(command.get(), "re");
     if (in == nullptr) {
         const int reason = errno;
         out_text("Error: 'vxu_show_project -u ");
@@ -150,12 +156,15 @@ void get_users_proj_sub_proj(const char *user) {
         die(REFUSED_STATUS, "popen: %s\n", strerror(reason));
     }
     int rows = 0;
-    if (read_rows(in, &rows) == rows_end::ALL_PROFILES) {
+    const rows_end end = read_rows(in, &rows);
+    if (end == rows_end::ALL_PROFILES) {
         all = 1;
     } else {
         num_projs = rows;
     }
-    // The stream stays open: closing it would wait for a helper that lives on behind its output.
+    if (end == rows_end::END_OF_INPUT) {
+        pclose(in); // else it stays open: closing would wait for a helper that has more to say
+    }
 }
 
 void get_usr_uid_gid() {
@@ -167,7 +176,8 @@ void get_usr_uid_gid() {
         report_error("Error: Can not get groups id.\n");
         return;
     }
-    FILE *in = popen(command_with_name("id ", user->pw_name, " -G"), "re");
+    const owned_text command = command_with_name("id ", user->pw_name, " -G");
+    FILE *in = popen(command.get(), "re");
     if (in == nullptr) {
         const int reason = errno;
         report_error("Error: Can not get groups id.\n");
@@ -180,5 +190,5 @@ void get_usr_uid_gid() {
         usr_primary_grp_id = take_gid(&text);
         usr_secondry_grp_id = take_gid(&text);
     }
-    // Left open for the same reason as the project rows.
+    // The stream stays open: closing it would wait for a command that lives on.
 }
