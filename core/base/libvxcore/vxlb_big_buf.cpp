@@ -182,7 +182,8 @@ static bool read_source(bigbuf_t *bigbuf, int fd, const char *path, int len, cha
 int64_t vxlb_bigbuf_copy_into_bigbuf_ex(bigbuf_t *bigbuf, const char *string, int len, char flag,
                                         char *err_msg) {
     // Data that comes with its length need not be terminated.
-    const int shown = flag != BIGBUF_TYPE_FILE && len > 0 ? len : INT_MAX;
+    const bool is_bounded = string != nullptr && flag != BIGBUF_TYPE_FILE && len > 0;
+    const int shown = is_bounded ? len : INT_MAX;
     fprintf(stderr, "Method called, string = %.*s, len = %d, flag = %d", shown,
             string == nullptr ? "(null)" : string, len, flag);
     if (bigbuf == nullptr || string == nullptr || err_msg == nullptr) {

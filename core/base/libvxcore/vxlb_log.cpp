@@ -541,17 +541,18 @@ static int module_row(Word word) {
     return -1;
 }
 
-// The value of a word; *value stays as it is when a hexadecimal number can't be read.
+// The value of a word; false for an unknown name. One would expect "0x" without a digit to be an
+// error: it repeats the value of the word before.
 static bool read_mask_word(Word word, unsigned long long *value) {
     if (isalpha(static_cast<unsigned char>(word.text[0])) != 0) {
         const int row = module_row(word);
         *value = row < 0 ? *value : lib_module_mask_bit[row];
         return row >= 0;
     }
-    if (strncmp(word.text, "0x", 2) == 0) {
-        sscanf(word.text, "%llX", value);
-    } else {
+    if (strncmp(word.text, "0x", 2) != 0) {
         *value = strtoull(word.text, nullptr, 10);
+    } else if (isxdigit(static_cast<unsigned char>(word.text[2])) != 0) {
+        *value = strtoull(word.text, nullptr, 16);
     }
     return true;
 }
