@@ -16,18 +16,21 @@ namespace fs = std::filesystem;
 namespace {
 
 // A text with its dates replaced by the word DATE.
-std::string undated(std::string all) {
+std::string undated(const std::string &all) {
     static const std::string shape = "00/00/00 00:00:00";
-    for (size_t at = 0; at + shape.size() <= all.size(); at++) {
-        std::string here = all.substr(at, shape.size());
-        for (char &c : here) {
-            c = isdigit(static_cast<unsigned char>(c)) != 0 ? '0' : c;
+    std::string result;
+    for (size_t at = 0; at < all.size(); at++) {
+        size_t same = 0;
+        while (same < shape.size() && at + same < all.size() &&
+               (shape[same] == '0' ? isdigit(static_cast<unsigned char>(all[at + same])) != 0
+                                   : shape[same] == all[at + same])) {
+            same++;
         }
-        if (here == shape) {
-            all.replace(at, shape.size(), "DATE");
-        }
+        const bool is_date = same == shape.size();
+        result += is_date ? "DATE" : all.substr(at, 1);
+        at += is_date ? same - 1 : 0;
     }
-    return all;
+    return result;
 }
 
 void log_text(const std::string &message) {
