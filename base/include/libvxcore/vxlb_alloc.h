@@ -31,7 +31,7 @@ extern "C" {
 
 #define VXLB_ALLOC_MARK "ZMemDbg"
 #define VXLB_ALLOC_MARK_SIZE 7
-#define VXLB_ALLOC_TAIL_SIZE 8 /* the marker and a spare byte */
+#define VXLB_ALLOC_TAIL_SIZE 8 /* the marker and a spare byte, which is written as its NUL */
 
 /*
  * The calling thread's statistics. They start at 0, and nothing in the library resets them: the
@@ -170,7 +170,7 @@ static inline void *vxlb_malloc_plain(size_t size, const char *label, const char
     if (__builtin_expect(block == NULL, 0)) {
         vxlb_malloc_exhausted(size, label, file, line, func);
     }
-    memcpy(block + size, VXLB_ALLOC_MARK, VXLB_ALLOC_MARK_SIZE);
+    memcpy(block + size, VXLB_ALLOC_MARK, VXLB_ALLOC_TAIL_SIZE); /* one store of 8 bytes */
     vxlb_count_allocated(size);
     return block;
 }

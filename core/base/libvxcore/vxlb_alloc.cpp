@@ -57,8 +57,11 @@ static bool get_system_size(size_t size, size_t *total) {
            !__builtin_add_overflow(*total, VXLB_ALLOC_TAIL_SIZE, total);
 }
 
+static_assert(sizeof(VXLB_ALLOC_MARK) == VXLB_ALLOC_TAIL_SIZE,
+              "the marker's NUL is the spare byte");
+
 static void mark(char *block, size_t system_size) {
-    memcpy(block + system_size - VXLB_ALLOC_TAIL_SIZE, VXLB_ALLOC_MARK, VXLB_ALLOC_MARK_SIZE);
+    memcpy(block + system_size - VXLB_ALLOC_TAIL_SIZE, VXLB_ALLOC_MARK, VXLB_ALLOC_TAIL_SIZE);
 }
 
 // Requested size and extra bytes, as traces and the map show it.

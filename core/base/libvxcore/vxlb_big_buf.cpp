@@ -191,7 +191,7 @@ int64_t vxlb_bigbuf_copy_into_bigbuf_ex(bigbuf_t *bigbuf, const char *string, in
     }
     len = measured(string, len);
     if (flag != BIGBUF_TYPE_FILE && flag != BIGBUF_TYPE_BUFFER) {
-        strcpy(err_msg, "Flag type can only be BIGBUF_TYPE_FILE or BIGBUF_TYPE_BUFFER");
+        sprintf(err_msg, "Flag type can only be BIGBUF_TYPE_FILE or BIGBUF_TYPE_BUFFER");
         return -1;
     }
     trace_entry(bigbuf, len, __func__);

@@ -349,7 +349,7 @@ unsigned int vxlb_set_norm_id_and_data(NormObjKey *key, const char *in_str, int 
                                        int normid, char data) {
     NormTableData datum;
     datum.val_long = 0;
-    datum.val_int = data;
+    datum.val_int = static_cast<int>(data); // NOLINT(bugprone-signed-char-misuse): sign and all
     return vxlb_set_norm_id_and_data_ex(key, in_str, in_strlen, normid, datum);
 }
 

@@ -68,7 +68,7 @@ static __thread DateCache date_cache;
 static void refresh_date(DateCache *cache, time_t now) {
     struct tm local;
     cache->len = 0;
-    strcpy(cache->text, "Error");
+    memcpy(cache->text, "Error", sizeof("Error"));
     if (localtime_r(&now, &local) == nullptr) {
         return;
     }
@@ -99,7 +99,8 @@ static const char *date_text() {
 
 char *get_cur_date_time(void) {
     static __thread char text[DATE_TEXT_SIZE];
-    return strcpy(text, date_text());
+    const char *const current = date_text();
+    return static_cast<char *>(memcpy(text, current, strlen(current) + 1));
 }
 
 const char *log_level_to_str(int level) {

@@ -79,7 +79,7 @@ static void fill_entry(ZylMemoryMap *entry, void *address, size_t size, const ch
     char date[VXLB_DATE_TIME_SIZE];
     entry->address = address;
     entry->size = size;
-    strcpy(entry->message, message);
+    snprintf(entry->message, sizeof(entry->message), "%s", message);
     snprintf(entry->timestamp, sizeof(entry->timestamp), "%s", vxlb_get_cur_date_time(date, 1));
 }
 

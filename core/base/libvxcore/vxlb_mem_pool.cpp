@@ -176,9 +176,10 @@ int vxlb_mp_create(vxlb_mp_handler *mpool) {
 
 static node *pop_free(vxlb_mp_handler *mpool) {
     node *const slot = mpool->free_head;
-    mpool->free_head = header(slot)->next;
-    if (mpool->free_head != nullptr) {
-        header(mpool->free_head)->prev = nullptr;
+    node *const next = header(slot)->next;
+    mpool->free_head = next;
+    if (next != nullptr) {
+        header(next)->prev = nullptr;
     } else {
         mpool->free_tail = nullptr;
     }
@@ -186,14 +187,15 @@ static node *pop_free(vxlb_mp_handler *mpool) {
 }
 
 static void append_busy(vxlb_mp_handler *mpool, node *slot) {
-    header(slot)->prev = mpool->busy_tail;
+    node *const last = mpool->busy_tail;
+    mpool->busy_tail = slot;
+    header(slot)->prev = last;
     header(slot)->next = nullptr;
-    if (mpool->busy_tail != nullptr) {
-        header(mpool->busy_tail)->next = slot;
+    if (last != nullptr) {
+        header(last)->next = slot;
     } else {
         mpool->busy_head = slot;
     }
-    mpool->busy_tail = slot;
 }
 
 node *vxlb_mp_get_slot(vxlb_mp_handler *mpool) {
@@ -226,42 +228,46 @@ node *vxlb_mp_get_slot(vxlb_mp_handler *mpool) {
 }
 
 static void unlink_busy(vxlb_mp_handler *mpool, node *slot) {
+    node *const prev = header(slot)->prev;
+    node *const next = header(slot)->next;
     if (slot == mpool->busy_head) {
-        mpool->busy_head = header(slot)->next;
-        if (mpool->busy_head != nullptr) {
-            header(mpool->busy_head)->prev = nullptr;
+        mpool->busy_head = next;
+        if (next != nullptr) {
+            header(next)->prev = nullptr;
         } else {
             mpool->busy_tail = nullptr;
         }
     } else if (slot != mpool->busy_tail) {
-        header(header(slot)->prev)->next = header(slot)->next;
-        header(header(slot)->next)->prev = header(slot)->prev;
+        header(prev)->next = next;
+        header(next)->prev = prev;
     } else {
-        mpool->busy_tail = header(slot)->prev;
-        header(mpool->busy_tail)->next = nullptr;
+        mpool->busy_tail = prev;
+        header(prev)->next = nullptr;
     }
 }
 
 static void append_free(vxlb_mp_handler *mpool, node *slot) {
-    header(slot)->prev = mpool->free_tail;
+    node *const last = mpool->free_tail;
+    mpool->free_tail = slot;
+    header(slot)->prev = last;
     header(slot)->next = nullptr;
-    if (mpool->free_tail != nullptr) {
-        header(mpool->free_tail)->next = slot;
+    if (last != nullptr) {
+        header(last)->next = slot;
     } else {
         mpool->free_head = slot;
     }
-    mpool->free_tail = slot;
 }
 
 static void push_free(vxlb_mp_handler *mpool, node *slot) {
+    node *const first = mpool->free_head;
+    mpool->free_head = slot;
     header(slot)->prev = nullptr;
-    header(slot)->next = mpool->free_head;
-    if (mpool->free_head != nullptr) {
-        header(mpool->free_head)->prev = slot;
+    header(slot)->next = first;
+    if (first != nullptr) {
+        header(first)->prev = slot;
     } else {
         mpool->free_tail = slot;
     }
-    mpool->free_head = slot;
 }
 
 static void trace_before_free(node *slot) {
