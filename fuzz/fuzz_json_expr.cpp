@@ -36,7 +36,8 @@ void collect(const vxlb_jsont *node, const json_expr_cond *cond, int n, std::vec
             }
         }
     } else if (n == 1) {
-        out.push_back(node->value);
+        char *value = node->value; // the record is packed: no reference to its fields
+        out.push_back(value);
     }
 }
 

@@ -384,8 +384,9 @@ TEST(VxlbJsonParser, AgreesWithThePlainModelAfterEveryStep) {
 TEST(VxlbJsonParser, EveryRoadOfSkippingStopsAtTheSameByte) {
     JsonMaker random(1);
     for (int round = 0; round < 20000; round++) {
-        std::string text(random.below(60), ' ');
-        for (char &c : text) {
+        std::string text(random.below(60), round % 2 == 0 ? ' ' : '\n');
+        for (size_t i = random.below(60); i < text.size(); i++) {
+            char &c = text[i];
             c = random.below(20) == 0 ? static_cast<char>(random.below(256))
                                       : static_cast<char>('a' + random.below(26));
         }
@@ -395,6 +396,8 @@ TEST(VxlbJsonParser, EveryRoadOfSkippingStopsAtTheSameByte) {
         const char *structure_stop = std::find_if(p, end, stops_structure);
         EXPECT_EQ(skip_string_words(p, end), string_stop);
         EXPECT_EQ(skip_string(p, end), string_stop);
+        const char *first = std::find_if_not(p, end, is_json_space);
+        EXPECT_EQ(skip_blanks(p, end), first);
         for (const char *stop : {skip_structure_words(p, end), skip_structure(p, end)}) {
             while (stop < structure_stop && strchr("|\x02\x0c\x1b\x1d", *stop) != nullptr) {
                 stop = skip_structure(stop + 1, end); // a stop without meaning

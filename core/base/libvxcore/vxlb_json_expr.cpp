@@ -146,13 +146,14 @@ int vxlb_str_to_expr_cond(char *expr, json_expr_cond **json_expr_condition) {
     const size_t size = static_cast<size_t>(count) * sizeof(json_expr_cond);
     json_expr_cond *expr_cond = nullptr;
     VXLB_MALLOC(expr_cond, size, "expr_cond");
-    if (expr_cond != nullptr) {
-        memset(expr_cond, 0, size);
+    *json_expr_condition = expr_cond;
+    if (expr_cond == nullptr) { // no segments
+        return 0;
     }
+    memset(expr_cond, 0, size);
     for (int i = 0; i < count; i++) {
         compile_segment(segments[i], &expr_cond[i]);
     }
-    *json_expr_condition = expr_cond;
     return count;
 }
 

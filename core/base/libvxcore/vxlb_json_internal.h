@@ -85,11 +85,6 @@ static inline int64_t json_position(const vxlb_json_t *json, int index) {
     return json->offset - json->buf_max + index;
 }
 
-// White space of the C locale: tab, newline, vertical tab, form feed, carriage return and space.
-static inline bool is_json_space(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 // What an escape stands for. A letter outside the table yields a zero byte.
 static inline char decoded_escape(char letter) {
     for (const escapedChar &row : escaped_char_list) {

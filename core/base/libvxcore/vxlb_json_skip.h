@@ -82,6 +82,11 @@ static inline const char *skip_structure_words(const char *p, const char *end) {
     return p;
 }
 
+// White space of the C locale: tab, newline, vertical tab, form feed, carriage return and space.
+static inline bool is_json_space(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
 #if defined(__SSE2__)
 
 static inline const char *skip_string_sse2(const char *p, const char *end) {
@@ -128,9 +133,33 @@ static inline const char *skip_structure_sse2(const char *p, const char *end) {
     return p;
 }
 
+// Past white space: exact, and meant for the long runs of an indented text.
+static inline const char *skip_blanks_sse2(const char *p, const char *end) {
+    const __m128i space = _mm_set1_epi8(' ');
+    const __m128i tab = _mm_set1_epi8('\t');
+    const __m128i four = _mm_set1_epi8(4);
+    for (; end - p >= 16; p += 16) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        const __m128i code = _mm_sub_epi8(block, tab);
+        const __m128i marks = _mm_or_si128(_mm_cmpeq_epi8(block, space),
+                                           _mm_cmpeq_epi8(_mm_min_epu8(code, four), code));
+        const auto others = static_cast<unsigned>(_mm_movemask_epi8(marks)) ^ 0xFFFFU;
+        if (others != 0) {
+            return p + std::countr_zero(others);
+        }
+    }
+    while (p < end && is_json_space(*p)) {
+        p++;
+    }
+    return p;
+}
+
 #endif
 
 #if defined(__SSE2__) && !defined(VXLB_JSON_PORTABLE)
+static inline const char *skip_blanks(const char *p, const char *end) {
+    return skip_blanks_sse2(p, end);
+}
 static inline const char *skip_string(const char *p, const char *end) {
     return skip_string_sse2(p, end);
 }
@@ -138,6 +167,12 @@ static inline const char *skip_structure(const char *p, const char *end) {
     return skip_structure_sse2(p, end);
 }
 #else
+static inline const char *skip_blanks(const char *p, const char *end) {
+    while (p < end && is_json_space(*p)) {
+        p++;
+    }
+    return p;
+}
 static inline const char *skip_string(const char *p, const char *end) {
     return skip_string_words(p, end);
 }

@@ -21,12 +21,28 @@
 
 enum json_step { STEP_IRREGULAR, STEP_MOVED, STEP_ENDED };
 
-// Ends at the latest at the zero behind the window.
-static inline const char *skip_spaces(const char *p) {
-    while (is_json_space(*p)) {
-        p++;
+static inline const char *skip_spaces(const vxlb_json_t *json, const char *p) {
+    if (!is_json_space(*p)) {
+        return p;
     }
-    return p;
+    return is_json_space(p[1]) ? skip_blanks(p + 2, json->buffer + json->buf_max) : p + 1;
+}
+
+// memcpy for names and values of a few bytes, in line.
+static inline void copy_short(char *to, const char *from, size_t size) {
+    if (size > 16) {
+        memcpy(to, from, size);
+    } else if (size >= 8) {
+        uint64_t ends[2];
+        memcpy(&ends[0], from, 8);
+        memcpy(&ends[1], from + size - 8, 8);
+        memcpy(to, &ends[0], 8);
+        memcpy(to + size - 8, &ends[1], 8);
+    } else {
+        for (size_t i = 0; i < size; i++) {
+            to[i] = from[i];
+        }
+    }
 }
 
 static inline bool has_grown(const vxlb_json_t *json) {
@@ -51,14 +67,14 @@ static inline const char *end_of_name(const vxlb_json_t *json, const char *name)
     return *end == '"' && end - name < VXLB_JSON_NAME_SIZE ? end : nullptr;
 }
 
-static inline json_step step_member(vxlb_json_t *json, int from) {
+static inline json_step step_member(vxlb_json_t *json, int from, size_t *name_length) {
     const bool first = json->c_element_type == VXLB_JSON_NONE;
-    const char *p = skip_spaces(json->buffer + from);
+    const char *p = skip_spaces(json, json->buffer + from);
     if (has_grown(json) || (*p != ',' && *p != '}' && !first)) {
         return STEP_IRREGULAR;
     }
     if (*p == ',') {
-        p = skip_spaces(p + 1);
+        p = skip_spaces(json, p + 1);
     }
     if (*p == '}') {
         return step_end(json, p, VXLB_JSON_OBJECT_ENDED);
@@ -68,26 +84,26 @@ static inline json_step step_member(vxlb_json_t *json, int from) {
     if (quote == nullptr) {
         return STEP_IRREGULAR;
     }
-    p = skip_spaces(quote + 1);
+    p = skip_spaces(json, quote + 1);
     if (*p != ':') {
         return STEP_IRREGULAR;
     }
-    p = skip_spaces(p + 1);
+    p = skip_spaces(json, p + 1);
     const unsigned char type = __json_value_types.of[static_cast<unsigned char>(*p)];
     if (type == VXLB_JSON_NONE) {
         return STEP_IRREGULAR;
     }
-    const auto length = static_cast<size_t>(quote - name);
-    memcpy(json->c_element_name, name, length);
-    json->c_element_name[length] = '\0';
+    *name_length = static_cast<size_t>(quote - name);
+    copy_short(json->c_element_name, name, *name_length);
+    json->c_element_name[*name_length] = '\0';
     return step_to(json, p, type);
 }
 
 // First item, or the one behind an item that was entered: its own first byte tells the type.
 static inline json_step step_first_item(vxlb_json_t *json, const char *p) {
-    while (is_json_space(*p) || *p == ',') {
-        p++;
-    }
+    do {
+        p = skip_spaces(json, p);
+    } while (*p == ',' && *++p != '\0');
     switch (*p) {
     case '\0':
         return STEP_IRREGULAR;
@@ -113,14 +129,14 @@ static inline json_step step_item(vxlb_json_t *json) {
     if (type == VXLB_JSON_NONE) {
         return step_first_item(json, p);
     }
-    p = skip_spaces(p);
+    p = skip_spaces(json, p);
     if (*p == ']') {
         return step_end(json, p, VXLB_JSON_ARRAY_ENDED);
     }
     if (*p != ',') {
         return STEP_IRREGULAR;
     }
-    p = skip_spaces(p + 1);
+    p = skip_spaces(json, p + 1);
     if (*p == '\0' || (type == VXLB_JSON_STRING && *p != '"')) {
         return STEP_IRREGULAR;
     }
@@ -134,6 +150,15 @@ static inline bool step_into(vxlb_json_t *json, unsigned char type) {
         return false;
     }
     json_enter(json, type == VXLB_JSON_OBJECT ? IN_OBJECT : IN_ARRAY, json->cursor + 1);
+    return true;
+}
+
+// Leave the container whose closing bracket the cursor stands on, as after STEP_ENDED.
+static inline bool step_out(vxlb_json_t *json, char bracket) {
+    if (has_grown(json) || json->buffer[json->cursor] != bracket) {
+        return false;
+    }
+    json_leave(json, json->cursor + 1);
     return true;
 }
 
