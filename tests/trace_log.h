@@ -26,6 +26,11 @@ __attribute__((format(printf, 1, 2))) inline std::string text(const char *format
     return result;
 }
 
+// An address as %p takes it.
+inline const void *shown(const void *address) {
+    return address;
+}
+
 inline std::string file_text(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};

@@ -85,32 +85,33 @@ TEST(VxlbAlloc, TracesEveryStepWithItsCallSite) {
     VXLB_MALLOC(a, 100, "lab");
     EXPECT_NE(std::string::npos,
               log.content().find(text("vxlb_alloc_test.cpp|%d|TestBody|size = 100", line)));
-    EXPECT_EQ(
-        (Lines{"size = 100",
-               text("VXLB_MALLOC'ed (lab) done. ptr = %p, size = 103, allocated size = 100", a),
-               text("Method called, address = %p, size = 103, message = lab", a),
-               "Memory map is not initialized"}),
-        log.take());
+    EXPECT_EQ((Lines{"size = 100",
+                     text("VXLB_MALLOC'ed (lab) done. ptr = %p, size = 103, allocated size = 100",
+                          shown(a)),
+                     text("Method called, address = %p, size = 103, message = lab", shown(a)),
+                     "Memory map is not initialized"}),
+              log.take());
     char *old = a;
     VXLB_REALLOC(a, 5000, "lab", 77, 4);
     EXPECT_EQ(
         (Lines{
-            text("buf = %p, size = 5000, old_size = 77, exit = 1", old),
+            text("buf = %p, size = 5000, old_size = 77, exit = 1", shown(old)),
             text(
                 "MY_FREE'ed (lab) done. ptr = $%p$, size = 77, old_alloced_size = 5000 for index 4",
-                old),
-            text("Method called, address = %p", old), "Memory map is not initialized",
+                shown(old)),
+            text("Method called, address = %p", shown(old)), "Memory map is not initialized",
             text(
                 "VXLB_MALLOC'ed (lab) done. ptr = $%p$, size = 5003, new_alloced_size = 5000 for index 4",
-                a),
-            text("Method called, address = %p, size = 5003, message = lab", a),
+                shown(a)),
+            text("Method called, address = %p, size = 5003, message = lab", shown(a)),
             "Memory map is not initialized"}),
         log.take());
     old = a;
     VXLB_FREE(a, "lab", 6);
     EXPECT_EQ(
-        (Lines{text("Method called, address = %p", old), "Memory map is not initialized",
-               text("VXLB_FREE'ed (lab) Freed. ptr = $%p$ for index 6, allocated_size = 1", old)}),
+        (Lines{text("Method called, address = %p", shown(old)), "Memory map is not initialized",
+               text("VXLB_FREE'ed (lab) Freed. ptr = $%p$ for index 6, allocated_size = 1",
+                    shown(old))}),
         log.take());
     g_alloc_extra_size = 0;
     VXLB_MALLOC(a, 0, "zero");

@@ -143,8 +143,8 @@ TEST(VxlbBigBuf, TracesItsSteps) {
     const std::string init = "Method called, allocate big buffer of len = 1MB";
     EXPECT_EQ((Lines{init, init, init}), log.take());
     vxlb_bigbuf_copy_into_bigbuf(&buf, "abcde", 3);
-    const std::string entry =
-        text("Method called. bufsize = 100, bigbuf buffer = %p, needed space = ", buf.buffer);
+    const std::string entry = text(
+        "Method called. bufsize = 100, bigbuf buffer = %p, needed space = ", shown(buf.buffer));
     EXPECT_EQ((Lines{entry + "3, offset = 0", "Copy data 'abc' of len '3' into big buf"}),
               log.take());
     copy_ex(&buf, "xyz", 0, BIGBUF_TYPE_BUFFER);
@@ -160,7 +160,8 @@ TEST(VxlbBigBuf, TracesItsSteps) {
     vxlb_util_set_debug_log_level(VXLB_LEVEL_2);
     const char *const old = buf.buffer;
     vxlb_bigbuf_realloc(&buf);
-    EXPECT_EQ(text("buf = %p, size = 10340, old_size = 100, exit = 1", old), log.take().at(0));
+    EXPECT_EQ(text("buf = %p, size = 10340, old_size = 100, exit = 1", shown(old)),
+              log.take().at(0));
     vxlb_bigbuf_free(&buf);
     EXPECT_NE(std::string::npos, log.take().at(0).find("VXLB_FREE'ed (bigbuf) Freed."));
 }

@@ -235,7 +235,7 @@ TEST(VxlbMemPool, DestroyFreesEveryChunkOnceInListOrder) {
         if (i == 0 || i == 2 || i == 5) {
             freed.push_back(text(
                 "VXLB_FREE'ed (malloced_slotes[i]) Freed. ptr = $%p$ for index -1, allocated_size = 1",
-                static_cast<void *>(slot)));
+                shown(slot)));
         }
     }
     vxlb_mp_destroy(&pool);
@@ -260,25 +260,24 @@ TEST(VxlbMemPool, TracesItsSteps) {
             text("Method called, mpool = %p, mpool->free_head = (nil)", p),
             text("Method called,  mpool = %p, slot_size = 32, num_slots = 2 ", p),
             "Allocating memory pool of size = 64, size of slot_size = 32, size of node = 24, num_slots = 2",
-            text("After pool allcation, head = %p", static_cast<void *>(a)),
-            text("Add Dump: i = 0, cur_slot = %p, prev_slot = (nil), next_slot = %p",
-                 static_cast<void *>(a), b),
-            text("Add Dump: i = 1, cur_slot = %p, prev_slot = %p, next_slot = (nil)", b,
-                 static_cast<void *>(a)),
+            text("After pool allcation, head = %p", shown(a)),
+            text("Add Dump: i = 0, cur_slot = %p, prev_slot = (nil), next_slot = %p", shown(a),
+                 shown(b)),
+            text("Add Dump: i = 1, cur_slot = %p, prev_slot = %p, next_slot = (nil)", shown(b),
+                 shown(a)),
             text(
                 "Dump (vxlb_mp_handler):  head = %p, free_[head|tail] = [%p|%p], busy_[head|tail] = [(nil)|(nil)], "
                 "slot_size = 32, num_slots = 2, ret_val = 0",
-                static_cast<void *>(a), static_cast<void *>(a), b),
+                shown(a), shown(a), shown(b)),
             text("free = %p, mpool->free_[head|tail] = [%p|%p], mpool->busy_[head|tail] = [%p|%p]",
-                 static_cast<void *>(a), b, b, static_cast<void *>(a), static_cast<void *>(a))}),
+                 shown(a), shown(b), shown(b), shown(a), shown(a))}),
         log.take());
     vxlb_mp_free_slot(&pool, a);
     vxlb_mp_free_slot(&pool, nullptr);
-    EXPECT_EQ((Lines{text("Method called, mpool = %p, slot =%p", p, static_cast<void *>(a)),
-                     text("current slot = %p, next slot = (nil), previous slot = (nil)",
-                          static_cast<void *>(a)),
-                     text("busy_[head|tail] = [(nil)|(nil)], free_[head|tail] = [%p|%p]", b,
-                          static_cast<void *>(a)),
+    EXPECT_EQ((Lines{text("Method called, mpool = %p, slot =%p", p, shown(a)),
+                     text("current slot = %p, next slot = (nil), previous slot = (nil)", shown(a)),
+                     text("busy_[head|tail] = [(nil)|(nil)], free_[head|tail] = [%p|%p]", shown(b),
+                          shown(a)),
                      text("Method called, mpool = %p, slot =(nil)", p)}),
               log.take());
     vxlb_util_set_debug_log_level(VXLB_LEVEL_2);
