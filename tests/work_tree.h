@@ -143,9 +143,9 @@ private:
         if (chdir(start.c_str()) != 0) {
             _exit(125);
         }
-        close_range(3, ~0U, 0);
         dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDOUT_FILENO);
         dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDERR_FILENO);
+        close_range(3, ~0U, 0);
         if (run_as != 0 &&
             (setgroups(0, nullptr) != 0 || setgid(run_as) != 0 || setuid(run_as) != 0)) {
             _exit(126);
