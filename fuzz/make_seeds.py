@@ -61,8 +61,13 @@ def edit():
                 yield bytes([operation, 1, limit, 1, 1]) + b'av' + document
 
 
+def tags():
+    yield from (b'Smoke\\u0054est', b'Smoke\0' + b'0054est', b'caf\\u00e9', b'\\u00g0', b'\\u', b'a\0b')
+
+
 def main():
-    targets = {'json_moves': moves, 'json_tree': tree, 'json_expr': expr, 'json_edit': edit}
+    targets = {'json_moves': moves, 'json_tree': tree, 'json_expr': expr, 'json_edit': edit,
+               'tags': tags}
     for name, make in targets.items():
         directory = os.path.join(sys.argv[1], name)
         os.makedirs(directory, exist_ok=True)

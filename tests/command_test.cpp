@@ -288,6 +288,11 @@ TEST_F(Command, RepeatedKeysCollapse) {
               tree.rows_of({"-W", "one"}).find("b|R|S|x") != std::string::npos);
 }
 
+TEST_F(Command, AnEmptyKeyRepeatsNothing) {
+    tree.add("admin/default/.confp/S/a.conf");
+    EXPECT_EQ(tree.rows_of({"-A"}), row("default|.confp|S|a", "CONF"));
+}
+
 TEST_F(Command, TotalsCountTheRows) {
     EXPECT_EQ(tree.rows_of({"-A", "-g"}), "Total Filtered Records = 0, Total Records = 0\n");
     tree.add("admin/default/P/S/a.conf");
@@ -412,10 +417,11 @@ TEST_F(Command, AUserSeesTheProjectsOfTheRows) {
 TEST_F(Command, RowsThatDoNotFitAreBounded) {
     tree.add("ws/prof/P/S/d.conf");
     const std::string d = row("prof|P|S|d", "CONF"), good = "ws|prof|P|All\n";
-    tree.rows(good + std::string(256, 'w') + "|prof|P|S\n");
+    tree.rows(good + std::string(256, 'w') + "|prof|P|S\n" + "a|b|c|d|" + std::string(256, 'e'));
     EXPECT_EQ(tree.rows_of({"-u", "alice"}), d);
     // Of a long line the first 511 bytes are used, and the rest is no line of its own.
-    tree.rows("ws|prof|P|S|" + std::string(600, 'x') + "|no|All\nws|prof|Z|Z\n");
+    const std::string filler = std::string(200, 'x') + "|";
+    tree.rows("ws|prof|P|S|" + filler + filler + filler + "a|All\nws|prof|Z|Z\n");
     EXPECT_EQ(tree.rows_of({"-u", "alice"}), d);
     std::string many;
     for (int i = 0; i < 1000; i++) {
@@ -424,7 +430,7 @@ TEST_F(Command, RowsThatDoNotFitAreBounded) {
     tree.rows(many);
     EXPECT_EQ(tree.run({"-u", "alice"}).err, "");
     EXPECT_EQ(tree.rows_of({"-u", "alice"}), d);
-    tree.rows(many + "admin|default|P|S\n");
+    tree.rows(many + "admin|All|P|S\n");
     EXPECT_EQ(tree.run({"-u", "alice"}).err,
               "Warning: vxu_show_scenarios: project rows beyond 1000 are ignored\n");
     EXPECT_EQ(tree.rows_of({"-u", "alice"}), d);
@@ -550,6 +556,88 @@ TEST_F(Command, UnreadableDirectoriesArePassedOver) {
     EXPECT_EQ(tree.run({"-A"}).status, 0);
     EXPECT_NE(tree.run({"-A", "-d"}).err.find("workspace, level - 0, typeflag - 2\n"),
               std::string::npos);
+}
+
+// --- tags ----------------------------------------------------------------------------------------
+
+std::string tagged(const std::string &tags) {
+    return R"({"scenario": {"name": "x", "TAGS": {"_G": [[)" + tags + "]]}}}";
+}
+
+TEST_F(Command, TagsAreMatchedInAnyPartIgnoringCase) {
+    const struct {
+        const char *name;
+        std::string text;
+        const char *word;
+        bool matches;
+    } cases[] = {
+        {"part", tagged(R"("a", "NightlySmoke")"), "smoke", true},
+        {"other", tagged(R"("a", "b")"), "smoke", false},
+        {"one_backslash", tagged(R"("Smoke\u0054est")"), "smoketest", true},
+        {"two_backslashes", tagged(R"("Smoke\\u0054est")"), "smoketest", true},
+        {"dropped", tagged(R"("caf\u00e9")"), "caf", true},
+        {"not_dropped", tagged(R"("caf\u00e9x")"), "cafx", true},
+        {"zero", tagged(R"("ab\u0000cd")"), "abcd", true},
+        {"last_code", tagged(R"("ab\u007fcd")"),
+         "ab\x7f"
+         "cd",
+         true},
+        {"no_digits", tagged(R"("ab\\u00g1")"), "ab\\u00g1", true},
+        {"cut_short", tagged(R"("ab\\u004")"), "ab\\u004", true},
+        {"slash", tagged(R"("ab\/cd")"), "abcd", true},
+        {"number", tagged("1, 2"), "1", false},
+        {"long", tagged("\"" + std::string(100000, 'l') + "smoke\""), "lsmoke", true},
+        {"wide", "{\"x\": \"" + std::string(9000, ' ') + "\", " + tagged("\"smoke\"").substr(1),
+         "smoke", true},
+        {"cut_off", tagged("\"smoke\"").substr(0, 40), "smoke", false},
+        {"no_tags", R"({"scenario": {"smoke": 1}})", "smoke", false},
+        {"zero_byte", tagged(std::string("\"smoke\0\"", 8)), "smoke", false},
+        {"array", "[" + tagged("\"smoke\"") + "]", "smoke", false},
+    };
+    for (const auto &c : cases) {
+        tree.add("admin/default/P/S/" + std::string(c.name) + "/scenario.json", c.text);
+        EXPECT_EQ(tree.rows_of({"-A", "-k", c.name, "-T", c.word}) != "", c.matches) << c.name;
+    }
+    tree.add("admin/default/Q/S/flat.conf", tagged("\"smoke\""));
+    EXPECT_EQ(tree.rows_of({"-p", "Q", "-T", "none", "-T", "SMOKE"}),
+              row("default|Q|S|flat", "CONF"));
+}
+
+TEST_F(Command, SixteenTagWordsCount) {
+    tree.add("admin/default/P/S/flat.conf", tagged("\"smoke\""));
+    words arguments = {"-A"};
+    for (int i = 1; i < 16; i++) {
+        arguments.insert(arguments.end(), {"-T", "none"});
+    }
+    words last_counts = arguments, ignored = arguments;
+    last_counts.insert(last_counts.end(), {"-T", "smoke"});
+    ignored.insert(ignored.end(), {"-T", "none", "-T", "smoke"});
+    EXPECT_EQ(tree.rows_of(last_counts), row("default|P|S|flat", "CONF"));
+    EXPECT_EQ(tree.rows_of(ignored), "");
+}
+
+TEST_F(Command, FilesThatAreNoFilesAreRefused) {
+    fs::create_directories(tree.scenario("admin/default/P/S/d/scenario.json"));
+    const std::string fifo = tree.scenario("admin/default/P/S/x.conf");
+    mkfifo(fifo.c_str(), 0600);
+    const outcome result = tree.run({"-A", "-T", "smoke"});
+    EXPECT_EQ(result.out, HEADER);
+    EXPECT_EQ(result.status, 0);
+    const std::string start = "Failed to parse JSON: ",
+                      reason = ", error - Failed to open input file '";
+    EXPECT_NE(result.err.find(start + fifo + reason + fifo + "', error: Invalid argument\n"),
+              std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("/d/scenario.json', error: Is a directory\n"), std::string::npos);
+}
+
+TEST_F(Command, WithoutTagWordsNothingIsOpened) {
+    mkfifo((fs::create_directories(tree.scenario("admin/default/P/S/")),
+            tree.scenario("admin/default/P/S/x.conf").c_str()),
+           0600);
+    const outcome result = tree.run({"-A"});
+    EXPECT_EQ(result.err, "");
+    EXPECT_NE(result.out.find("|x|"), std::string::npos);
 }
 
 // --- surroundings --------------------------------------------------------------------------------

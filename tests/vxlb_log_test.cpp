@@ -548,7 +548,7 @@ TEST(VxlbLogWriters, ForkedChildrenRollTheirSharedLogOnce) {
     TraceLog log;
     vxlb_util_set_debug_log_size(300000);
     log_text("0:0::0"); // opens the descriptor that the children inherit
-    truncate(log.path.c_str(), 0);
+    EXPECT_EQ(truncate(log.path.c_str(), 0), 0);
     run_processes();
     expect_unbroken_ends(log);
 }

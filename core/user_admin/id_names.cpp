@@ -13,12 +13,12 @@
 
 namespace {
 
-constexpr std::string_view UNKNOWN_NAME = "UNKNOWN";
+constexpr const char *UNKNOWN_NAME = "UNKNOWN";
 constexpr size_t BUCKETS = 1024;
 
 struct known_name {
     known_name *next;
-    std::string_view name;
+    const char *name; // owned
     id_t id;
 };
 
@@ -35,10 +35,9 @@ const known_name *find(const name_table &names, id_t id) {
     return each;
 }
 
-// name: as the database gave it, null for none.
 std::string_view keep(name_table &names, id_t id, const char *name) {
     auto *added = static_cast<known_name *>(malloc(sizeof(known_name)));
-    const char *copy = name == nullptr ? UNKNOWN_NAME.data() : strdup(name);
+    const char *copy = strdup(name);
     if (added == nullptr || copy == nullptr) {
         die_of_memory();
     }
@@ -54,7 +53,7 @@ std::string_view get_scenario_owner(uid_t user_id) {
         return known->name;
     }
     const struct passwd *user = getpwuid(user_id);
-    return keep(g_users, user_id, user == nullptr ? nullptr : user->pw_name);
+    return keep(g_users, user_id, user == nullptr ? UNKNOWN_NAME : user->pw_name);
 }
 
 std::string_view get_scenario_group(gid_t group_id) {
@@ -62,5 +61,5 @@ std::string_view get_scenario_group(gid_t group_id) {
         return known->name;
     }
     const struct group *group = getgrgid(group_id);
-    return keep(g_groups, group_id, group == nullptr ? nullptr : group->gr_name);
+    return keep(g_groups, group_id, group == nullptr ? UNKNOWN_NAME : group->gr_name);
 }

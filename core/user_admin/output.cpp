@@ -13,8 +13,9 @@
 
 namespace {
 
-constexpr size_t BUFFER_SIZE = 64 * 1024;
-constexpr size_t MESSAGE_SIZE = 8 * 1024; // fits any message that is not about a trap of a tree
+constexpr size_t BUFFER_SIZE = size_t{64} * 1024;
+constexpr size_t MESSAGE_SIZE =
+    size_t{8} * 1024; // fits any message that is not about a trap of a tree
 
 char g_buffer[BUFFER_SIZE];
 size_t g_used;
@@ -66,6 +67,11 @@ bool stdout_is_terminal() {
     return terminal;
 }
 
+// The end of a message is its own newline; one message has a blank behind it.
+size_t length_of_line_end(std::string_view message) {
+    return message.ends_with("\n ") ? 2 : 1;
+}
+
 [[gnu::format(printf, 1, 0)]] void report(const char *format, va_list args) {
     char usual[MESSAGE_SIZE];
     char *message = usual;
@@ -84,7 +90,7 @@ bool stdout_is_terminal() {
         erase_progress();
         const size_t size = static_cast<size_t>(length);
         if (is_terminal(STDERR_FILENO)) {
-            mask_control_bytes(message, size - 1); // the last byte is the message's own newline
+            mask_control_bytes(message, size - length_of_line_end({message, size}));
         }
         write_all(STDERR_FILENO, {message, size});
     }

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr size_t FIRST_CAPACITY = 64 * 1024;
+constexpr size_t FIRST_CAPACITY = size_t{64} * 1024;
 
 struct item_head {
     file_attributes attributes;

@@ -255,6 +255,7 @@ void get_scenario_stats(const path_reader &reader) {
 struct table {
     scenario_key keys[2];
     int current;
+    bool has_previous; // a path has been listed
 
     scenario_key &key() { return keys[current]; }
     const scenario_key &previous_key() const { return keys[1 - current]; }
@@ -293,7 +294,9 @@ void print_scenario(table *rows, const components &parts, const path_reader &rea
     }
     std::string_view name = parts.at[ENTRY];
     set_key(&rows->key(), parts);
-    if (rows->key().view() == rows->previous_key().view() || name.starts_with('.')) {
+    const bool is_repeated =
+        rows->has_previous && rows->key().view() == rows->previous_key().view();
+    if (is_repeated || name.starts_with('.')) {
         return;
     }
     std::string_view type;
@@ -306,6 +309,7 @@ void print_scenario(table *rows, const components &parts, const path_reader &rea
     // Remembered also when a dotted flat name is dropped next: what follows it under the same key
     // is a repetition all the same.
     rows->current = 1 - rows->current;
+    rows->has_previous = true;
     type = type_by_entry(name, type);
     if (parts.count == FLAT_COUNT) {
         if (!is_flat_name(name)) {

@@ -14,6 +14,7 @@
 #include "user_access.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -40,6 +41,7 @@ enum POS_IN_SCENARIO_PATH {
 };
 
 constexpr std::string_view CONF_SUFFIX = ".conf";
+constexpr int KEPT_HEAP = 16 * 1024 * 1024; // bytes
 constexpr double SECONDS_PER_DAY = 86400.0;
 
 int base_level;     // depth of the walk's start, by scan_scen_list
@@ -50,18 +52,18 @@ bool g_is_complete; // nothing was lost to a failing disk or the like
 constexpr unsigned long PROGRESS_STRIDE = 512; // entries between two looks at the clock
 
 unsigned long g_entries_seen;
-time_t g_last_shown; // seconds of the monotonic clock, when progress was shown or the walk began
+int64_t g_last_shown; // milliseconds of the monotonic clock: progress shown, or the walk begun
 bool g_shows_progress;
 
-time_t monotonic_seconds() {
+int64_t monotonic_milliseconds() {
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return now.tv_sec;
+    return int64_t{1000} * now.tv_sec + now.tv_nsec / 1000000;
 }
 
 void begin_progress() {
     g_shows_progress = g_is_debug == 0 && is_terminal(STDOUT_FILENO) && is_terminal(STDERR_FILENO);
-    g_last_shown = monotonic_seconds();
+    g_last_shown = monotonic_milliseconds();
 }
 
 // Tell somebody who waits at a terminal, once a second, how far the walk is.
@@ -69,8 +71,8 @@ void count_progress() {
     if (++g_entries_seen % PROGRESS_STRIDE != 0 || !g_shows_progress) {
         return;
     }
-    const time_t now = monotonic_seconds();
-    if (now > g_last_shown) {
+    const int64_t now = monotonic_milliseconds();
+    if (now - g_last_shown >= 1000) {
         g_last_shown = now;
         show_progress(g_entries_seen);
     }
@@ -307,6 +309,10 @@ bool scan_scen_list() {
     // Nothing below a scenario's own files can be listed; only a trace shows it.
     const bool is_traced = g_is_debug != 0;
     const int deepest = is_traced ? INT_MAX : POS_INSIDE_SCENARIO_DIR - base_level;
+    if (g_num_tags > 0) {
+        // Every file takes and gives back the same few blocks; the heap need not shrink in between.
+        mallopt(M_TRIM_THRESHOLD, KEPT_HEAP);
+    }
     g_is_complete = true;
     begin_progress();
     if (tree_walk(root, {scen_filter, note_loss, deepest, is_traced}) != 0) {

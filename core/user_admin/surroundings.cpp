@@ -2,6 +2,7 @@
 #include "surroundings.h"
 
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -24,6 +25,10 @@ void make_standard_descriptors_valid() {
             _exit(1);
         }
     }
+}
+
+void keep_descriptors_from_children() {
+    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC); // a kernel without it: as before
 }
 
 void reset_child_signal() {

@@ -7,5 +7,8 @@
 // use, so that lost output is still noticed.
 void make_standard_descriptors_valid();
 
+// Keep descriptors that the parent left open from reaching the helper commands.
+void keep_descriptors_from_children();
+
 // Let children be waited for, whatever the parent did with SIGCHLD.
 void reset_child_signal();

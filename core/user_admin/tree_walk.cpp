@@ -35,7 +35,7 @@
 
 namespace {
 
-constexpr size_t DIR_BUFFER_SIZE = 32 * 1024;
+constexpr size_t DIR_BUFFER_SIZE = size_t{32} * 1024;
 constexpr size_t MAX_OPEN = 8;
 constexpr int OPEN_FLAGS = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
 constexpr long XFS_MAGIC = 0x58465342;
@@ -146,7 +146,7 @@ bool has_true_inodes(int fd) {
 // --- path ----------------------------------------------------------------------------------------
 
 bool set_name(walk *w, size_t base, const char *name, size_t length) {
-    if (base + length + 2 > w->path_capacity) {
+    if (w->path == nullptr || base + length + 2 > w->path_capacity) {
         const size_t capacity = 2 * (base + length + 2);
         char *wider = static_cast<char *>(realloc(w->path, capacity));
         if (wider == nullptr) {

@@ -75,7 +75,7 @@ bool is_row_usable(char *const *fields, int count) {
     if (count < ROW_FIELDS) {
         return false;
     }
-    for (int i = 0; i < ROW_FIELDS; i++) {
+    for (int i = 0; i < count; i++) {
         if (strlen(fields[i]) > MAX_FIELD_LENGTH) {
             return false;
         }
@@ -102,16 +102,17 @@ rows_end read_rows(FILE *in, int *rows) {
     char *fields[MAX_FIELDS];
     while (read_line(in, &line)) {
         const int count = get_tokens(line.data(), fields, "|", MAX_FIELDS);
-        if (count > PROFILE && strcmp(fields[PROFILE], "All") == 0) {
-            return rows_end::ALL_PROFILES;
-        }
-        if (!is_row_usable(fields, count)) {
+        const bool is_for_all = count > PROFILE && strcmp(fields[PROFILE], "All") == 0;
+        if (!is_for_all && !is_row_usable(fields, count)) {
             continue;
         }
         if (*rows == MAX_PROJECTS) {
             report_error("Warning: vxu_show_scenarios: project rows beyond %d are ignored\n",
                          MAX_PROJECTS);
             return rows_end::TOO_MANY;
+        }
+        if (is_for_all) {
+            return rows_end::ALL_PROFILES;
         }
         take_row(fields, (*rows)++);
     }

@@ -33,6 +33,7 @@ void change_into_scenario_dir() {
 
 int main(int argc, char **argv) {
     make_standard_descriptors_valid();
+    keep_descriptors_from_children();
     reset_child_signal();
 
     vx_wdir = getenv("VX_WDIR");
