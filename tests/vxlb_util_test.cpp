@@ -97,7 +97,7 @@ TEST(DateTime, IsTheLocalTimeWithATwoDigitYear) {
     setenv("TZ", "UTC", 1);
     tzset();
     char text[VXLB_DATE_TIME_SIZE];
-    char expected[2][VXLB_DATE_TIME_SIZE];
+    char expected[2][96];
     const time_t before = time(nullptr);
     EXPECT_EQ(vxlb_get_cur_date_time(text, 0), text);
     const time_t moments[] = {before, time(nullptr)}; // a second may have passed
