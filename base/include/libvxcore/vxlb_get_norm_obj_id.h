@@ -182,7 +182,7 @@ int vxlb_get_norm_id_hash_data(NormObjKey *key, const char *in_str, int in_strle
  * key or a negative id, "NormIdNameNotFound" for an id that was never recorded. Deleting does not
  * touch the index: ask for ids of names that are present only.
  */
-const char *vxlb_get_norm_table_data(NormObjKey *key, int norm_id);
+char *vxlb_get_norm_table_data(NormObjKey *key, int norm_id);
 
 /*
  * Delete a name; a length of 0 measures. Its id, which *norm_id receives, joins the freed ids.

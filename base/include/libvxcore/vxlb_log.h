@@ -103,7 +103,7 @@ int lib_debug_log(int log_level, int max_log_level, FILE *log_fp, const char *fi
     __attribute__((format(printf, 7, 8)));
 
 /* Severity name of a level mask: "Critical", "Major", "Minor", "Warning", "Unknown Log Level". */
-const char *log_level_to_str(int level);
+char *log_level_to_str(int level);
 
 /*
  * The current local time as month/day/year hour:minute:second, two digits each, the year modulo

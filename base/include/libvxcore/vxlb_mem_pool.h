@@ -60,7 +60,7 @@ typedef struct vxlb_mp_handler {
  * The text of error numbers 2 to 4. Any other number is "Unknown Error Type", 0 and 1 too, although
  * they have texts: programs tell by it that there is nothing to report.
  */
-const char *mpool_errstr(int num);
+char *mpool_errstr(int num);
 
 /*
  * Set a handle up; nothing is allocated. Counts below 1 become 10; handle_flag 1 switches locking

@@ -208,8 +208,12 @@ void add_pnt_to_idname(NormObjKey *key, int norm_id, NormTable *p_nt) {
     if (norm_id >= key->max_norm_id_size) {
         const int old_size = key->max_norm_id_size;
         key->max_norm_id_size += VXLB_NORM_ID_STEP;
-        VXLB_REALLOC(key->id_name, index_bytes(key->max_norm_id_size), "key->id_name",
-                     index_bytes(old_size), -1);
+        const size_t bytes = index_bytes(key->max_norm_id_size);
+        if (key->id_name == nullptr) {
+            VXLB_MALLOC(key->id_name, bytes, "key->id_name");
+        } else {
+            VXLB_REALLOC(key->id_name, bytes, "key->id_name", index_bytes(old_size), -1);
+        }
         mark_unrecorded(key->id_name, old_size, key->max_norm_id_size);
     }
     if (norm_id >= 0 && norm_id < key->max_norm_id_size) {
@@ -442,16 +446,16 @@ static const NormTable *recorded(const NormObjKey *key, int norm_id) {
     return entry == nullptr || is_marked || entry->str == EMPTY ? nullptr : entry;
 }
 
-const char *vxlb_get_norm_table_data(NormObjKey *key, int norm_id) {
+char *vxlb_get_norm_table_data(NormObjKey *key, int norm_id) {
     TRACE("Method called key = %p, norm_id = %d", static_cast<void *>(key), norm_id);
     if (key == nullptr || norm_id < 0) {
-        return "InvalidInput";
+        return const_cast<char *>("InvalidInput"); // not to be written to
     }
     const NormTable *const entry = recorded(key, norm_id);
     if (entry == nullptr) {
-        return "NormIdNameNotFound";
+        return const_cast<char *>("NormIdNameNotFound");
     }
-    const char *const name = key->bigbuf.buffer + entry->str;
+    char *const name = key->bigbuf.buffer + entry->str;
     TRACE("index = %d, norm_id = %d, key->prev_id = %d, nt->str = %ld, "
           "key->id_name[norm_id - key->prev_id] = %p, name = %s\n",
           norm_id, norm_id, key->prev_id, static_cast<long>(entry->str),

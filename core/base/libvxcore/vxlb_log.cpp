@@ -103,7 +103,7 @@ char *get_cur_date_time(void) {
     return static_cast<char *>(memcpy(text, current, strlen(current) + 1));
 }
 
-const char *log_level_to_str(int level) {
+static const char *severity_name(int level) {
     switch (level) {
     case VXLB_LEVEL_1:
         return "Critical";
@@ -116,6 +116,10 @@ const char *log_level_to_str(int level) {
     default:
         return "Unknown Log Level";
     }
+}
+
+char *log_level_to_str(int level) {
+    return const_cast<char *>(severity_name(level)); // not to be written to
 }
 
 static int load_fd(const int *fd) {
@@ -551,7 +555,10 @@ static bool read_mask_word(Word word, unsigned long long *value) {
         return row >= 0;
     }
     if (strncmp(word.text, "0x", 2) != 0) {
-        *value = strtoull(word.text, nullptr, 10);
+        char *behind = nullptr;
+        const unsigned long long number = strtoull(word.text, &behind, 10);
+        // A word of other white space alone must not read the word behind it.
+        *value = behind > word.text + word.len ? 0 : number;
     } else if (isxdigit(static_cast<unsigned char>(word.text[2])) != 0) {
         *value = strtoull(word.text, nullptr, 16);
     }

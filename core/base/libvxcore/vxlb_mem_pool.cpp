@@ -42,8 +42,9 @@ static const char *const err[] = {
 };
 static_assert(sizeof(err) / sizeof(err[0]) == ERRSTR_LAST + 1, "one text a number");
 
-const char *mpool_errstr(int num) {
-    return num >= ERRSTR_FIRST && num <= ERRSTR_LAST ? err[num] : "Unknown Error Type";
+char *mpool_errstr(int num) {
+    const bool is_served = num >= ERRSTR_FIRST && num <= ERRSTR_LAST;
+    return const_cast<char *>(is_served ? err[num] : "Unknown Error Type"); // not to be written to
 }
 
 // Traces print slots by address only.
