@@ -38,7 +38,7 @@ static size_t room_for(const text_writer *w, size_t length) {
 }
 
 static bool is_full(const text_writer *w) {
-    return *w->offset >= w->max_length - 1;
+    return w->max_length <= 0 || *w->offset >= w->max_length - 1;
 }
 
 static void advance_text(const text_writer *w, size_t length) {
