@@ -405,7 +405,7 @@ TEST(VxlbLog, ReadsModuleMaskLines) {
         {"K ALL SEARCH", 0},
         {"K 0x30\n", 0x30},
         {"K 30", 30},
-        {"K \t 5", 5}, // a tab is a word of its own, worth 0
+        {"K \t 5", 5},          // a tab is a word of its own, worth 0
         {"K 0xff 0xZZ", 0x1fe}, // keeps the value of the word before
         {"K 0x FF", 0},         // 0x alone can't be read; FF is no module
         {"K 18446744073709551615", UINT64_MAX},
