@@ -20,6 +20,10 @@ have_header() {
     command -v g++ >/dev/null && echo "#include <$1>" | g++ -E -x c++ - >/dev/null 2>&1
 }
 
+have_clang_runtime() {
+    echo 'int main() {}' | clang++ -x c++ - -fsanitize=fuzzer-no-link,address -o /dev/null 2>/dev/null
+}
+
 # Each WHAT is a command, or a header written <NAME>; PACKAGE is what brings it.
 missing_packages() {
     local need what package
