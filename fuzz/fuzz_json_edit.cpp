@@ -3,21 +3,17 @@
 //
 //     operation | value is a string | limit | bytes of the key | bytes of the value | key | value | document
 
-#include "json_model.h"
+#include "fuzz.h"
+#include "json_handle.h"
+
+#include <vector>
 
 namespace {
 
-void check(bool good) {
-    if (!good) {
-        abort();
-    }
-}
-
 // With any limit the text is the beginning of the whole text.
 void check_printer(const std::string &doc, int limit) {
-    vxlb_json_t *json = vxlb_json_init_buffer(doc.c_str(), 64, 0, nullptr);
-    vxlb_jsont *tree = vxlb_json_to_jsont(json);
-    vxlb_json_free(json);
+    static JsonHandle handle;
+    vxlb_jsont *tree = vxlb_json_to_jsont(handle.start(doc, 64, 0));
     if (tree == nullptr) {
         return;
     }

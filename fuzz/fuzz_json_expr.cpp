@@ -3,15 +3,11 @@
 //
 //     length of the expression | expression | document
 
+#include "fuzz.h"
+#include "json_handle.h"
 #include "json_model.h"
 
 namespace {
-
-void check(bool good) {
-    if (!good) {
-        abort();
-    }
-}
 
 void collect(const vxlb_jsont *node, const json_expr_cond *cond, int n, std::vector<char *> &out) {
     if (node->type == VXLB_JSON_OBJECT) {
@@ -49,11 +45,11 @@ void check_collection(vxlb_jsont *tree, const std::string &expr) {
     if (n > 0) {
         collect(tree, cond, n, expected);
     }
-    std::vector<char *> values(5000);
+    static char *values[5000];
     for (const int max : {5000, 1, 0}) {
-        const int total = vxlb_jsont_eval_expr_str(tree, expr.c_str(), values.data(), max);
+        const int total = vxlb_jsont_eval_expr_str(tree, expr.c_str(), values, max);
         check(total == std::min(max, static_cast<int>(expected.size())));
-        check(std::equal(values.begin(), values.begin() + total, expected.begin()));
+        check(std::equal(values, values + total, expected.begin()));
     }
     free(cond);
 }
@@ -65,8 +61,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         return 0;
     }
     const std::string expr(reinterpret_cast<const char *>(data) + 1, data[0]);
-    vxlb_json_t *json = vxlb_json_init_buffer(reinterpret_cast<const char *>(data) + 1 + data[0],
-                                              64, static_cast<int>(size - 1 - data[0]), nullptr);
+    static JsonHandle handle;
+    const std::string_view doc(reinterpret_cast<const char *>(data) + 1 + data[0],
+                               size - 1 - data[0]);
+    vxlb_json_t *json = handle.start(doc, 64, 0);
     vxlb_jsont *tree = vxlb_json_to_jsont(json);
     if (tree != nullptr) {
         const vxlb_jsont *node = vxlb_jsont_eval_expr(tree, expr.c_str());
@@ -74,6 +72,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         check_collection(tree, expr);
         vxlb_jsont_free(tree);
     }
-    vxlb_json_free(json);
     return 0;
 }

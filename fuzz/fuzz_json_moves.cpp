@@ -3,15 +3,11 @@
 //
 //     window (0: buffer mode, 255: 8192) | levels | length of the script | script | document
 
+#include "fuzz.h"
+#include "json_handle.h"
 #include "json_model.h"
 
 namespace {
-
-void check(bool good) {
-    if (!good) {
-        abort();
-    }
-}
 
 void step(vxlb_json_t *json, JsonModel &model, unsigned char code) {
     const int what = code & 15;
@@ -43,25 +39,18 @@ void step(vxlb_json_t *json, JsonModel &model, unsigned char code) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    static const MemoryFile file;
+    static JsonHandle handle;
     if (size < 4 || size < 4U + data[2]) {
         return 0;
     }
     const int window = data[0] == 255 ? 8192 : data[0];
     const auto levels = static_cast<int16_t>(1 + data[1] % 40);
     const std::string doc(reinterpret_cast<const char *>(data) + 3 + data[2], size - 3 - data[2]);
-    vxlb_json_t *json = nullptr;
-    if (window == 0) {
-        json = vxlb_json_init_buffer(doc.data(), levels, static_cast<int>(doc.size()), nullptr);
-    } else {
-        file.write(doc);
-        json = vxlb_json_init(file.path.c_str(), levels, window, nullptr);
-    }
+    vxlb_json_t *json = handle.start(doc, levels, window);
     JsonModel model(doc, levels, window);
     for (size_t i = 0; i < data[2]; i++) {
         step(json, model, data[3 + i]);
         check(model.difference(json).empty());
     }
-    vxlb_json_free(json);
     return 0;
 }

@@ -4,9 +4,8 @@
 #include "scenario_tags.h"
 
 #include <cctype>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
+
+#include "fuzz.h"
 
 namespace {
 
@@ -42,8 +41,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string tag(reinterpret_cast<const char *>(data), size);
     std::string decoded(size + 1, 'x');
     const size_t length = decode_unicode(tag, decoded.data());
-    if (decoded[length] != '\0' || decoded.substr(0, length) != decode_plainly(tag)) {
-        abort();
-    }
+    check(decoded[length] == '\0' && decoded.substr(0, length) == decode_plainly(tag));
     return 0;
 }

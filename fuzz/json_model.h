@@ -48,6 +48,7 @@ struct JsonModel {
     std::vector<int> states;
     char name[512] = {};
     int type = 0, error = 0, capacity = 65536;
+    bool has_strayed = false; // a string in an array has touched an edge of its window
 
     JsonModel(std::string text, int levels, int refill_size)
         : doc(std::move(text)), is_buffer(refill_size == 0), step(refill_size),
@@ -307,6 +308,8 @@ struct JsonModel {
         }
         capacity = own_copy ? capacity : std::max(capacity, static_cast<int>(length));
         const bool inside = end < offset && start > offset - top();
+        has_strayed |=
+            !inside && type == 2 && !is_buffer && states[static_cast<size_t>(depth)] == 1;
         if (inside && reset) {
             cursor = static_cast<int>(start - (offset - top()));
         } else if (!inside && is_buffer) {
@@ -414,6 +417,23 @@ static inline std::string tree_difference(const vxlb_jsont *node, const vxlb_jso
         child = child->next_sib;
     }
     return same && child == nullptr ? "" : "node " + model.name;
+}
+
+// Whether two finished trees say the same.
+static inline bool is_same_tree(const vxlb_jsont *one, const vxlb_jsont *other) {
+    if (strcmp(one->name, other->name) != 0 || one->type != other->type ||
+        one->numChild != other->numChild || one->value_len != other->value_len ||
+        (one->value == nullptr) != (other->value == nullptr) ||
+        (one->value != nullptr &&
+         memcmp(one->value, other->value, static_cast<size_t>(one->value_len) + 1) != 0)) {
+        return false;
+    }
+    const vxlb_jsont *a = one->children;
+    const vxlb_jsont *b = other->children;
+    for (; a != nullptr && b != nullptr && is_same_tree(a, b); a = a->next_sib) {
+        b = b->next_sib;
+    }
+    return a == nullptr && b == nullptr;
 }
 
 // Random documents: nested values with odd pieces among them, some of them damaged.
