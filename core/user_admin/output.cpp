@@ -19,7 +19,8 @@ constexpr size_t MESSAGE_SIZE =
 
 char g_buffer[BUFFER_SIZE];
 size_t g_used;
-int g_write_error; // errno of the first write that failed; 0: none
+int g_write_error;    // errno of the first write that failed; 0: none
+bool g_is_incomplete; // something could not be read
 bool g_progress_is_shown;
 
 // Wait until a descriptor that somebody made non-blocking takes more.
@@ -161,6 +162,11 @@ void report_error(const char *format, ...) {
     va_end(args);
 }
 
+void report_loss(const char *path, int error) {
+    g_is_incomplete = true;
+    report_error("Error: vxu_show_scenarios: cannot read %s: %s\n", path, strerror(error));
+}
+
 void finish(int status) {
     flush();
     // Some file systems tell only at the close that what they took could not be stored.
@@ -169,9 +175,9 @@ void finish(int status) {
     }
     if (g_write_error != 0) {
         report_error("Error: vxu_show_scenarios: write error: %s\n", strerror(g_write_error));
-        status = status == 0 ? 1 : status;
     }
-    exit(status);
+    const bool is_short = g_write_error != 0 || g_is_incomplete;
+    exit(status == 0 && is_short ? 1 : status);
 }
 
 void die(int status, const char *format, ...) {

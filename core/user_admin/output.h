@@ -18,6 +18,10 @@ void out_show_on_terminal();
 // One message on standard error.
 [[gnu::format(printf, 1, 2)]] void report_error(const char *format, ...);
 
+// Say what could not be read, for a reason that lies outside the tree (a failing disk, say). The run
+// goes on, but it ends with status 1: its table may lack rows.
+void report_loss(const char *path, int error);
+
 // Whether a descriptor is a terminal. Keeps errno.
 bool is_terminal(int fd);
 
@@ -26,8 +30,8 @@ bool is_terminal(int fd);
 void show_progress(unsigned long entries_seen);
 void erase_progress();
 
-// End the run after writing what is collected. Output that can't be written is reported, and turns
-// status 0 into 1.
+// End the run after writing what is collected. Output that can't be written is reported; that and a
+// loss turn status 0 into 1.
 [[noreturn]] void finish(int status);
 
 // report_error, then finish.

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -125,6 +126,11 @@ vxlb_json_t *open_scenario(const tree_entry &entry, const struct stat &file,
     return vxlb_json_init(entry.path.data(), MAX_NESTING, window_for(file.st_size), error);
 }
 
+// A refused file is explained by its kind as well as by what happens in a tree.
+bool is_usual_refusal(int error) {
+    return error == EISDIR || error == EINVAL || is_usual_in_a_tree(error);
+}
+
 struct release_json {
     void operator()(vxlb_json_t *json) const { vxlb_json_free(json); }
 };
@@ -163,9 +169,16 @@ bool is_tag_present(const tree_entry &entry, const struct stat &file) {
     vxlb_json_error error;
     const std::unique_ptr<vxlb_json_t, release_json> json(open_scenario(entry, file, &error));
     if (json == nullptr) {
+        const int reason = errno;
         report_error("Failed to parse JSON: %s, error - %s\n", entry.path.data(), error.str);
+        if (!is_usual_refusal(reason)) {
+            report_loss(entry.path.data(), reason);
+        }
         return false;
     }
     const std::unique_ptr<vxlb_jsont, release_tree> root(vxlb_json_to_jsont(json.get()));
+    if (ferror(json->fp) != 0) {
+        report_loss(entry.path.data(), EIO);
+    }
     return root != nullptr && has_matching_tag(root.get());
 }

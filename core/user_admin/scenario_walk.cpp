@@ -44,8 +44,7 @@ constexpr std::string_view CONF_SUFFIX = ".conf";
 constexpr int KEPT_HEAP = 16 * 1024 * 1024; // bytes
 constexpr double SECONDS_PER_DAY = 86400.0;
 
-int base_level;     // depth of the walk's start, by scan_scen_list
-bool g_is_complete; // nothing was lost to a failing disk or the like
+int base_level; // depth of the walk's start, by scan_scen_list
 
 // --- progress on a terminal ----------------------------------------------------------------------
 
@@ -80,11 +79,20 @@ void count_progress() {
 
 // --- files ---------------------------------------------------------------------------------------
 
-// What stat says of the entry's file, links followed; mode 0 when it says nothing.
-struct stat examine(const tree_entry &entry) {
+// What an entry is judged by is not known: unless the tree itself explains it, a row may be lost.
+void note_error(const tree_entry &entry, int error) {
+    if (!is_usual_in_a_tree(error)) {
+        report_loss(entry.path.data(), error);
+    }
+}
+
+// What stat says of the entry's file, or of another beside it, links followed; mode 0 when it says
+// nothing.
+struct stat examine(const tree_entry &entry, const char *name) {
     struct stat file = {};
-    while (fstatat(entry.dir_fd, entry.name().data(), &file, 0) != 0) {
+    while (fstatat(entry.dir_fd, name, &file, 0) != 0) {
         if (errno != EINTR) {
+            note_error(entry, errno);
             file.st_mode = 0;
             break;
         }
@@ -109,8 +117,7 @@ bool is_beside_directory(const tree_entry &entry, std::string_view suffix) {
     }
     memcpy(stem, entry.name().data(), length);
     stem[length] = '\0';
-    struct stat beside;
-    return fstatat(entry.dir_fd, stem, &beside, 0) == 0 && S_ISDIR(beside.st_mode);
+    return S_ISDIR(examine(entry, stem).st_mode);
 }
 
 // --- filters -------------------------------------------------------------------------------------
@@ -214,7 +221,7 @@ int filter_scenario_name(const tree_entry &entry) {
         is_name_ruled_out(name)) {
         return FTW_SKIP_SUBTREE;
     }
-    const struct stat file = examine(entry);
+    const struct stat file = examine(entry, entry.name().data());
     if (is_known(file) && !is_beside_directory(entry, CONF_SUFFIX) &&
         are_tag_age_and_name_wanted(entry, file, name)) {
         record(entry, entry.base, file);
@@ -231,7 +238,13 @@ bool is_scenario_file(std::string_view name) {
 }
 
 bool is_beside_functional_marker(const tree_entry &entry) {
-    return faccessat(entry.dir_fd, ".functional", F_OK, 0) == 0;
+    while (faccessat(entry.dir_fd, ".functional", F_OK, 0) != 0) {
+        if (errno != EINTR) {
+            note_error(entry, errno);
+            return false;
+        }
+    }
+    return true;
 }
 
 // The first scenario file of a directory decides for the whole directory. Its type is not asked
@@ -253,7 +266,7 @@ int filter_inside_scenario_dir(const tree_entry &entry) {
     if (is_name_ruled_out(name) || is_beside_functional_marker(entry) != functional_wanted) {
         return FTW_SKIP_SIBLINGS;
     }
-    const struct stat file = examine(entry);
+    const struct stat file = examine(entry, entry.name().data());
     if (are_tag_age_and_name_wanted(entry, file, name)) {
         record(entry, name_at, file);
     }
@@ -284,11 +297,6 @@ int scen_filter(const tree_entry &entry) {
     }
 }
 
-void note_loss(const char *path, int error) {
-    g_is_complete = false;
-    report_error("Error: vxu_show_scenarios: cannot read %s: %s\n", path, strerror(error));
-}
-
 // Where the walk begins, in one's own copy.
 char *choose_root() {
     base_level = w_set != 0 ? POS_WORKSPACE : all != 0 ? POS_ROOT : POS_MARANTH_DIR;
@@ -301,7 +309,7 @@ char *choose_root() {
 
 } // namespace
 
-bool scan_scen_list() {
+void scan_scen_list() {
     char *root = choose_root();
     if (root == nullptr) {
         die_of_memory();
@@ -313,13 +321,11 @@ bool scan_scen_list() {
         // Every file takes and gives back the same few blocks; the heap need not shrink in between.
         mallopt(M_TRIM_THRESHOLD, KEPT_HEAP);
     }
-    g_is_complete = true;
     begin_progress();
-    if (tree_walk(root, {scen_filter, note_loss, deepest, is_traced}) != 0) {
+    if (tree_walk(root, {scen_filter, report_loss, deepest, is_traced}) != 0) {
         die(1, "Error: Internal error, msg - nftw failed for workspace directory, %s\n",
             strerror(errno));
     }
     free(root);
     erase_progress();
-    return g_is_complete;
 }

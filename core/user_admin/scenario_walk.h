@@ -8,6 +8,5 @@
 extern path_list scen_list;
 
 // Walk the tree and fill scen_list. Ends the process (1) when the walk can't begin or runs out of
-// descriptors or memory. Returns false when parts of the tree could not be read for a reason that
-// lies outside the tree; each was reported.
-bool scan_scen_list();
+// descriptors or memory.
+void scan_scen_list();

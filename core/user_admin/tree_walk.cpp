@@ -79,27 +79,11 @@ bool is_exhaustion(int error) {
     return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
-// Errors that a tree may cause by what it is, or by changing while it is walked.
-bool is_usual(int error) {
-    switch (error) {
-    case EACCES:
-    case EPERM:
-    case ENOENT:
-    case ENOTDIR:
-    case ELOOP:
-    case ENAMETOOLONG:
-    case ESTALE:
-        return true;
-    default:
-        return false;
-    }
-}
-
 // Take note of an error on the current path: exhaustion ends the walk, a loss is reported.
 void note_error(walk *w, int error) {
     if (is_exhaustion(error)) {
         w->failure = error;
-    } else if (!is_usual(error)) {
+    } else if (!is_usual_in_a_tree(error)) {
         w->rules->lost(w->path, error);
     }
 }
@@ -568,6 +552,21 @@ size_t length_without_trailing_slashes(const char *path) {
 }
 
 } // namespace
+
+bool is_usual_in_a_tree(int error) {
+    switch (error) {
+    case EACCES:
+    case EPERM:
+    case ENOENT:
+    case ENOTDIR:
+    case ELOOP:
+    case ENAMETOOLONG:
+    case ESTALE:
+        return true;
+    default:
+        return false;
+    }
+}
 
 int tree_walk(const char *root, const tree_walk_rules &rules) {
     walk w = {};

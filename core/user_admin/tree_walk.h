@@ -36,6 +36,9 @@ using tree_visit = int(const tree_entry &entry);
 // it did not see everything.
 using tree_loss = void(const char *path, int error);
 
+// Whether a tree may cause an error by what it is, or by changing while it is walked.
+bool is_usual_in_a_tree(int error);
+
 struct tree_walk_rules {
     tree_visit *visit;
     tree_loss *lost;

@@ -47,14 +47,23 @@ owned_text command_with_name(std::string_view before, const char *name, std::str
     return owned_text(command);
 }
 
+// The next byte, or EOF. A read that a signal interrupts goes on.
+int next_byte(FILE *in) {
+    int c;
+    while ((c = getc_unlocked(in)) == EOF && ferror(in) != 0 && errno == EINTR) {
+        clearerr(in);
+    }
+    return c;
+}
+
 // Read one line without its newline. What does not fit is passed over. False at the end of input.
 bool read_line(FILE *in, std::array<char, LINE_SIZE> *line) {
     size_t used = 0;
-    int c = getc_unlocked(in);
+    int c = next_byte(in);
     if (c == EOF) {
         return false;
     }
-    for (; c != EOF && c != '\n'; c = getc_unlocked(in)) {
+    for (; c != EOF && c != '\n'; c = next_byte(in)) {
         if (used < line->size() - 1) {
             (*line)[used++] = static_cast<char>(c);
         }
@@ -127,6 +136,14 @@ gid_t take_gid(const char **text) {
     return gid;
 }
 
+// call: the system call that failed.
+[[noreturn]] void die_of_projects(const char *user, const char *call, int reason) {
+    out_text("Error: 'vxu_show_project -u ");
+    out_name(user);
+    out_text("' failed.\n");
+    die(REFUSED_STATUS, "%s: %s\n", call, strerror(reason));
+}
+
 } // namespace
 
 void die_of_memory() {
@@ -150,14 +167,14 @@ void get_users_proj_sub_proj(const char *user) {
         command_with_name("vxu_show_projects -u ", user, "| grep -v \"^User Name\"");
     FILE *in = popen(command.get(), "re");
     if (in == nullptr) {
-        const int reason = errno;
-        out_text("Error: 'vxu_show_project -u ");
-        out_name(user);
-        out_text("' failed.\n");
-        die(REFUSED_STATUS, "popen: %s\n", strerror(reason));
+        die_of_projects(user, "popen", errno);
     }
     int rows = 0;
     const rows_end end = read_rows(in, &rows);
+    if (ferror(in) != 0) {
+        // Rows that are missing must not pass for a user without restrictions.
+        die_of_projects(user, "read", errno);
+    }
     if (end == rows_end::ALL_PROFILES) {
         all = 1;
     } else {
@@ -185,9 +202,9 @@ void get_usr_uid_gid() {
         report_error("popen: %s\n", strerror(reason));
         return;
     }
-    char line[256];
-    if (fgets(line, sizeof line, in) != nullptr) {
-        const char *text = line;
+    std::array<char, LINE_SIZE> line;
+    if (read_line(in, &line)) {
+        const char *text = line.data();
         usr_primary_grp_id = take_gid(&text);
         usr_secondry_grp_id = take_gid(&text);
     }

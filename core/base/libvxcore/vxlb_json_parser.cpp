@@ -58,11 +58,20 @@ static void set_init_error(vxlb_json_error *error, const char *text) {
     }
 }
 
+// fstat that goes on after an interruption, as file servers may cause it.
+static int stat_stream(int fd, struct stat *info) {
+    int result;
+    do {
+        result = fstat(fd, info);
+    } while (result == -1 && errno == EINTR);
+    return result;
+}
+
 static FILE *take_preset_stream(int64_t *size, vxlb_json_error *error) {
     FILE *fp = vxlb_json_file_fp;
     vxlb_json_file_fp = nullptr;
     struct stat info = {};
-    if (fstat(fileno(fp), &info) == -1) {
+    if (stat_stream(fileno(fp), &info) == -1) {
         if (error != nullptr) {
             snprintf(error->str, ERROR_TEXT_SIZE, "Failed to stat file for fp - %p, error: %s",
                      static_cast<void *>(fp), vxlb_strerror(errno));
@@ -94,7 +103,7 @@ static int open_regular_file(const char *path, int64_t *size) {
     if (fd == -1) {
         return -1;
     }
-    if (fstat(fd, &info) == -1 || !is_readable_kind(&info)) {
+    if (stat_stream(fd, &info) == -1 || !is_readable_kind(&info)) {
         const int reason = errno;
         close(fd);
         errno = reason;
@@ -240,7 +249,7 @@ size_t __json_read(FILE *fp, char *to, size_t size) {
     for (;;) {
         errno = 0;
         got += fread(to + got, 1, size - got, fp);
-        if (got == size || feof(fp) != 0 || errno != EINTR) {
+        if (got == size || ferror(fp) == 0 || errno != EINTR) {
             return got;
         }
         clearerr(fp);
