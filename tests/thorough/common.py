@@ -1,0 +1,126 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What the thorough checks share: a work directory, runs of the command, the one-line report."""
+import atexit
+import ctypes
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+SLICE = os.environ.get('SLICE') == '1'  # a few seconds instead of the full figure
+HERE = Path(__file__).parent
+LIBC = ctypes.CDLL(None, use_errno=True)
+
+# The listing wants a work directory of three components. Everybody may look into it, and run the
+# command from there: some checks do so as another user.
+TOP = Path(tempfile.mkdtemp(prefix='vx', dir='/tmp'))
+TOP.chmod(0o755)
+WORK = TOP / 'w'
+BIN = TOP / 'bin'  # helper commands
+COMMAND = TOP / 'vxu_show_scenarios'
+TAGGED = b'{"scenario": {"TAGS": {"_G": [["smoke", "night"]]}}}\n'
+RUNS = [['-A', '-T', 'smoke'], ['-u', 'bob', '-g'], ['-A'], ['-W', 'ws', '-g'], ['-A', '-d'],
+        ['-p', 'P/S', '-T', 'night', '-k', 'a j'], ['-w', 'ws/prof', '-s', '9'],
+        ['-u', 'admin', '-T', 'smoke'], ['-A', '-t', 'functional', '-g'], ['-p', 'P'],
+        ['-u', 'bob', '-s', '9', '-k', 'a'], ['-W', 'ws', '-t', 'functional']]
+faults = []
+
+
+def skip(why):
+    """End: this check can't be made here."""
+    print(f'{Path(sys.argv[0]).name.replace("-", " ", 1)}: not run: {why}')
+    sys.exit(77)
+
+
+def report(figure):
+    """End with the figure reached, and with the faults that were met."""
+    print(*faults[:20], sep='\n', end='\n' if faults else '', file=sys.stderr)
+    bad = f', {len(faults)} FAULTS' if faults else ''
+    print(f'{Path(sys.argv[0]).name.replace("-", " ", 1)}: {figure}{bad}')
+    sys.exit(1 if faults else 0)
+
+
+def run(args, env=None, prefix=(), timeout=20, command=COMMAND, **more):
+    """Run the command: (status, stdout, stderr); minus the number of a signal, or 'hang'."""
+    settings = {'PATH': f'{BIN}:/usr/bin:/bin', 'TZ': 'UTC', 'VX_WDIR': WORK, **(env or {})}
+    streams = {'stdin': subprocess.DEVNULL, 'stdout': subprocess.PIPE, 'stderr': subprocess.PIPE}
+    try:
+        done = subprocess.run([*prefix, command, *args], env=settings, timeout=timeout, check=False,
+                              **{**streams, **more})
+        return done.returncode, done.stdout, done.stderr
+    except subprocess.TimeoutExpired as late:
+        return 'hang', late.stdout or b'', late.stderr or b''
+
+
+def rows(table):
+    """What a table lists, without what the clock and the user databases say."""
+    cells = [line.split(b'|') for line in table.split(b'\n')[1:-1]]
+    return [(*row[:4], row[-1]) for row in cells]
+
+
+def each(judge, cases):
+    """Judge all cases, on every core; what judge returns is a fault."""
+    with ThreadPoolExecutor(os.cpu_count()) as pool:
+        faults.extend(filter(None, pool.map(judge, cases)))
+
+
+def put(path, content=TAGGED):
+    """Write a file below the workspaces, in directories made as needed."""
+    full = os.path.join(os.fsencode(WORK / 'workspace'), os.fsencode(path))
+    os.makedirs(os.path.dirname(full), exist_ok=True)
+    with open(full, 'wb') as out:
+        out.write(content)
+    return full
+
+
+def helper(name, script):
+    """Make a command of the surroundings."""
+    BIN.mkdir(exist_ok=True)
+    (BIN / name).write_text('#!/bin/sh\n' + script)
+    (BIN / name).chmod(0o755)
+
+
+def sample_tree():
+    """A tree with every kind of entry that an ordinary work directory has."""
+    for place in ('admin/default/maranth', 'ws/prof/maranth', 'admin/system/maranth'):
+        for name in ('a.conf', 'b.json/scenario.json', 'c/x.txt', 'c/scenario.yaml', 'd.e.conf',
+                     'f/.functional', 'f/scenario.json', '.h.conf', 'j.jmx/scenario.jmx', 'a.txt'):
+            put(f'{place}/P/S/scenarios/{name}')
+        put(f'{place}/Q/S/scenarios/q.conf', b'not JSON')
+        os.symlink('nowhere', os.path.dirname(put(f'{place}/Q/T/scenarios/t.conf')) + b'/g.conf')
+    helper('vxu_check_user', 'exit 0\n')
+    helper('vxu_show_projects', r'printf "User Name|x\nws|prof|P|All\nws|prof|Q|T|more\n"' '\n')
+
+
+def compiled(source, *more, **settings):
+    """Compile a C source of this directory."""
+    made = TOP / Path(source).stem
+    cc = subprocess.run(['cc', '-O1', '-g', '-Wall', HERE / source, '-o', made, *more], check=False,
+                        **settings)
+    return made if cc.returncode == 0 else skip(f'cc can not compile {source}')
+
+
+def library():
+    """The library to check."""
+    return next(Path(os.environ['VX_BUILD']).rglob('libvxcore.a'))
+
+
+def own_mounts():
+    """Mount from now on where nobody else sees it, as root of a user namespace if need be."""
+    new_namespace, new_users = 0x00020000, 0x10000000
+    ids = os.getuid(), os.getgid()
+    if LIBC.unshare(new_namespace) != 0:
+        if LIBC.unshare(new_namespace | new_users) != 0:
+            return False
+        for name, text in (('setgroups', 'deny'), ('uid_map', f'0 {ids[0]} 1'),
+                           ('gid_map', f'0 {ids[1]} 1')):
+            Path(f'/proc/self/{name}').write_text(text)
+    return subprocess.run(['mount', '--make-rprivate', '/'], check=False).returncode == 0
+
+
+atexit.register(lambda: subprocess.run(['rm', '-rf', '--', TOP], check=False))
+os.makedirs(WORK / 'workspace')
+shutil.copy(os.environ['VX_COMMAND'], COMMAND)
