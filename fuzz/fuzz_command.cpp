@@ -1,0 +1,280 @@
+// SPDX-License-Identifier: Apache-2.0
+// The whole command in a forked child: arguments, answers of the helpers and a small tree come from the
+// input. The child may end with status 0, 1 or 255 and in no other way, within five seconds.
+//
+//     closed descriptors | number of arguments | arguments | answer and status of the user check |
+//     project rows | groups | entries of the tree: kind, depth, components, contents
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <ftw.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "fuzz.h"
+#include "shell_word.h"
+
+int vxu_main(int argc, char **argv); // the command's main function
+
+namespace {
+
+constexpr unsigned LIMIT_SECONDS = 5;
+constexpr int DEEPEST = 9;
+
+std::string g_root; // of three components, as the command wants it
+std::vector<std::string> g_arguments;
+std::string g_rows, g_groups;
+int g_check_status;
+bool g_is_child;
+uint8_t *g_counters_of_child;
+
+[[noreturn]] void leave(int status);
+
+std::string word(Input &in, const char *const *usual, unsigned count) {
+    const unsigned code = in.byte();
+    return code < 200 ? usual[code % count] : in.name(12);
+}
+
+std::vector<std::string> read_arguments(Input &in) {
+    static const char *const usual[] = {
+        "-A", "-g", "-u", "bob",   "-p",   "proj/sub", "-w",           "w2/p2", "-W",
+        "w2", "-s", "3",  "-k",    "a s1", "-t",       "functional",   "-T",    "smoke",
+        "-d", "-A", "--", "-ubob", "-Ag",  "maranth",  "admin/default"};
+    std::vector<std::string> arguments = {"vxu_show_scenarios"};
+    for (unsigned n = in.byte() % 8; n > 0; n--) {
+        arguments.push_back(word(in, usual, std::size(usual)));
+    }
+    return arguments;
+}
+
+// One entry below the work directory, with the directories above it.
+std::string read_path(Input &in) {
+    static const char *const usual[DEEPEST][4] = {
+        {"workspace", "workspace", "workspace", "workspace"},
+        {"admin", "w2", "admin", "maranth"},
+        {"default", "p2", "default", "system"},
+        {"maranth", "maranth", "maranth", "other"},
+        {"proj", "P", "proj", ".hidden"},
+        {"sub", "S", "sub", "b.yaml"},
+        {"scenarios", "scenarios", "scenarios", "data"},
+        {"s1", "a.conf", "b.yaml", "c.config"},
+        {"scenario.json", "scenario.yaml", ".functional", "scenario.jmx"},
+    };
+    std::string path = g_root;
+    const unsigned depth = 7 + in.byte() % 3;
+    for (unsigned i = 0; i < depth; i++) {
+        mkdir(path.c_str(), 0755);
+        std::string name = word(in, usual[i], 4);
+        std::replace(name.begin(), name.end(), '/', '-');
+        path += "/" + (name.empty() || name == "." || name == ".." ? "x" : name);
+    }
+    return path;
+}
+
+void make_file(const std::string &path, const std::string &contents) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0644);
+    if (fd >= 0) {
+        check(write(fd, contents.data(), contents.size()) == static_cast<ssize_t>(contents.size()));
+        close(fd);
+    }
+}
+
+void make_entry(Input &in) {
+    static const char *const targets[] = {".",         "..", "../..",  "x",
+                                          "/dev/zero", "s1", "a.conf", "../../proj"};
+    static const time_t times[] = {0, 1, 2147483648, 4102444800, -1, 15032385535};
+    const unsigned kind = in.byte();
+    const std::string path = read_path(in);
+    switch (kind % 8) {
+    case 0:
+        mkdir(path.c_str(), 0755);
+        break;
+    case 1:
+        (void)!symlink(targets[in.byte() % std::size(targets)], path.c_str());
+        break;
+    case 2:
+        mkfifo(path.c_str(), 0644);
+        break;
+    case 3:
+        make_file(path, R"({"scenario":{"TAGS":{"_G":["smoke","sm\u006fke x"]}}})");
+        break;
+    case 4:
+        make_file(path, R"({"scenario":{"TAGS":{"_G":[")" + in.name(40) + "\",\"t\"]}}}");
+        break;
+    default:
+        make_file(path, in.name(60));
+        break;
+    }
+    if (kind >= 128) {
+        const struct timespec when[2] = {{times[kind % std::size(times)], 0},
+                                         {times[kind % std::size(times)], 0}};
+        utimensat(AT_FDCWD, path.c_str(), when, AT_SYMLINK_NOFOLLOW);
+    }
+}
+
+int remove_entry(const char *path, const struct stat *, int, struct FTW *) {
+    return remove(path);
+}
+
+// The command's text without what must stand around the name; the name must be one of the arguments.
+bool names_an_argument(const std::string &command, const std::string &before,
+                       const std::string &after) {
+    if (!command.starts_with(before) || !command.ends_with(after)) {
+        return false;
+    }
+    const auto name =
+        read_by_shell(command.substr(before.size(), command.size() - before.size() - after.size()));
+    return name && std::any_of(g_arguments.begin(), g_arguments.end(),
+                               [&](const std::string &each) { return each.ends_with(*name); });
+}
+
+// The lines that grep lets through.
+std::string rows_but_headings(const std::string &rows) {
+    std::string kept;
+    for (size_t at = 0; at < rows.size();) {
+        const size_t end = std::min(rows.find('\n', at), rows.size() - 1) + 1;
+        kept += rows.compare(at, 9, "User Name") == 0 ? "" : rows.substr(at, end - at);
+        at = end;
+    }
+    return kept;
+}
+
+// Give back a stream that reads a text.
+FILE *stream_of(const std::string &text) {
+    const int fd = memfd_create("helper", MFD_CLOEXEC);
+    check(write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()));
+    lseek(fd, 0, SEEK_SET);
+    return fdopen(fd, "r");
+}
+
+void run_child(unsigned closed, int out) {
+    std::vector<char *> argv;
+    for (std::string &each : g_arguments) {
+        argv.push_back(each.data());
+    }
+    argv.push_back(nullptr);
+    for (const int number : {SIGALRM, SIGABRT, SIGSEGV, SIGTERM, SIGXFSZ}) {
+        signal(number, SIG_DFL);
+    }
+    alarm(LIMIT_SECONDS);
+    dup2(out, STDOUT_FILENO);
+    dup2(out + 1, STDERR_FILENO);
+    for (int fd = 0; fd < 3; fd++) {
+        if (closed % 16 == 15 && ((closed >> (4 + fd)) & 1) != 0) {
+            close(fd);
+        }
+    }
+    g_is_child = true;
+    vxu_main(static_cast<int>(argv.size()) - 1, argv.data());
+    leave(99);
+}
+
+// The counters of covered edges, which a child would take with it.
+extern "C" {
+extern uint8_t first_counter[] __asm__("__start___sancov_cntrs")
+    __attribute__((visibility("hidden")));
+extern uint8_t end_counter[] __asm__("__stop___sancov_cntrs") __attribute__((visibility("hidden")));
+}
+
+size_t counters() {
+    return static_cast<size_t>(end_counter - first_counter);
+}
+
+void leave(int status) {
+    fflush(nullptr);
+    memcpy(g_counters_of_child, first_counter, counters());
+    _exit(status);
+}
+
+std::string contents_of(int fd) {
+    std::string text(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
+    check(pread(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
+    return text;
+}
+
+void check_end(int status, const std::string &out, const std::string &errors, bool all_open) {
+    const bool is_exit = WIFEXITED(status);
+    const int code = WEXITSTATUS(status);
+    const bool has_header = out.starts_with("Workspace");
+    if (!is_exit || (code != 0 && code != 1 && code != 255) ||
+        (all_open && code == 0 && !has_header)) {
+        fprintf(stderr, "status %#x\n%s\n%s\n", static_cast<unsigned>(status), out.c_str(),
+                errors.c_str());
+        abort();
+    }
+    for (size_t i = 0; i < counters(); i++) {
+        first_counter[i] = std::max(first_counter[i], g_counters_of_child[i]);
+    }
+}
+
+} // namespace
+
+// What the command calls, in place of the shell; and of the end of the process, which the fuzzer watches.
+extern "C" {
+int __lsan_is_turned_off() { // the command never gives back its memory
+    return 1;
+}
+int system(const char *command) {
+    check(names_an_argument(command, "vxu_check_user ", " vxu_show_scenarios"));
+    return g_check_status;
+}
+FILE *popen(const char *command, const char *) {
+    if (strncmp(command, "id ", 3) == 0) {
+        return stream_of(g_groups);
+    }
+    check(names_an_argument(command, "vxu_show_projects -u ", "| grep -v \"^User Name\""));
+    return stream_of(rows_but_headings(g_rows));
+}
+int pclose(FILE *stream) {
+    return fclose(stream);
+}
+[[noreturn]] void __real_exit(int status);
+[[noreturn]] void __wrap_exit(int status) {
+    if (g_is_child) {
+        leave(status);
+    }
+    __real_exit(status);
+}
+}
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    g_root = "/dev/shm/vx-fuzz-" + std::to_string(getpid());
+    setenv("VX_WDIR", g_root.c_str(), 1);
+    g_counters_of_child = static_cast<uint8_t *>(
+        mmap(nullptr, counters(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static const int out = memfd_create("out", 0);
+    static const int errors = memfd_create("errors", 0);
+    check(errors == out + 1 && ftruncate(out, 0) == 0 && ftruncate(errors, 0) == 0);
+    lseek(out, 0, SEEK_SET);
+    lseek(errors, 0, SEEK_SET);
+    Input in = {data, std::min<size_t>(size, 1000)};
+    const unsigned closed = in.byte();
+    g_arguments = read_arguments(in);
+    g_check_status = in.byte() > 220 ? 256 : 0;
+    g_rows = in.byte() < 128 ? "User Name|x\nw2|p2|proj|All\n" : in.name(200);
+    g_groups = in.byte() < 128 ? "0 1 27\n" : in.name(20);
+    mkdir(g_root.c_str(), 0755);
+    for (int i = 0; i < 10 && !in.is_empty(); i++) {
+        make_entry(in);
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        run_child(closed, out);
+    }
+    int status = -1;
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    nftw(g_root.c_str(), remove_entry, 20, FTW_DEPTH | FTW_PHYS);
+    check_end(status, contents_of(out), contents_of(errors), closed % 16 != 15);
+    return 0;
+}
