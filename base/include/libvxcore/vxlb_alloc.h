@@ -28,6 +28,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default) /* what the shared library exports */
 
 #define VXLB_ALLOC_MARK "ZMemDbg"
 #define VXLB_ALLOC_MARK_SIZE 7
@@ -188,6 +189,7 @@ static inline void vxlb_free_block(void *block, const char *label, int index, co
     }
 }
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -19,6 +19,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default) /* what the shared library exports */
 
 #define BIGBUF_INIT_SIZE 1048576 /* bytes that vxlb_bigbuf_init allocates */
 #define BIGBUF_STEP 10240        /* bytes of one growth step */
@@ -84,6 +85,7 @@ void vxlb_bigbuf_free(bigbuf_t *bigbuf);
  */
 int vxlb_read_file_and_fill_buf_ex(int fd, char *buf, int64_t size, int new_line_flag);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -32,6 +32,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default) /* what the shared library exports */
 
 #define VXLB_NORM_ID_BAD_INPUT (-1)
 #define VXLB_NORM_ID_ABSENT (-2)
@@ -214,6 +215,7 @@ int vxlb_obj_hash_destroy(NormObjKey *key);
  */
 void add_pnt_to_idname(NormObjKey *key, int norm_id, NormTable *p_nt);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -38,6 +38,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default) /* what the shared library exports */
 
 /* ---- Streaming parser ---- */
 
@@ -303,6 +304,7 @@ char *vxlb_modify_json_obj_depth1(const char *input, int8_t op, const char *key,
                                   int8_t is_str, char *error_ptr, char *out_buffer_ptr,
                                   int out_buffer_size);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

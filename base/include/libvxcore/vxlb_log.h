@@ -24,6 +24,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default) /* what the shared library exports */
 
 /* Levels: the mask of one byte each. The same four values are the severities of error records. */
 #define VXLB_LEVEL_1 0x000000FF
@@ -185,6 +186,7 @@ int set_vxlb_debug(const char *buf);
  */
 int set_vxlb_modulemask(const char *buf, char *err_msg);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -25,6 +25,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default) /* what the shared library exports */
 
 #define VXLB_MEM_MAP_ENTRIES 10240 /* entries at first, and heads asked of the table of addresses */
 #define VXLB_MEM_MAP_STEP 10       /* entries by which the map grows */
@@ -65,6 +66,7 @@ int vxlb_mem_map_dump(const char *fname);
  */
 void vxlb_mem_map_create_entry(int norm_id);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -26,6 +26,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default) /* what the shared library exports */
 
 #define VXLB_MP_DEFAULT_SLOTS 10 /* slots of a chunk when the caller gives none */
 #define VXLB_MP_CHUNK_START 1    /* bit of slot_status in a chunk's first slot */
@@ -109,6 +110,7 @@ void vxlb_mp_destroy(vxlb_mp_handler *mpool);
 /* Cap the number of slots over all chunks; 0: no cap. */
 void vxlb_mp_set_max(vxlb_mp_handler *mpool, int max);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

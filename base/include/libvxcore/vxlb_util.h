@@ -24,6 +24,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default) /* what the shared library exports */
 
 #define VXLB_PATH_SIZE 1024          /* bytes of a directory text, its NUL included */
 #define VXLB_NAME_SIZE 256           /* bytes of a workspace or profile name */
@@ -255,6 +256,7 @@ static inline void vxlb_get_profile_name(const char *input, char *out) {
     memmove(out, input, strlen(input) + 1);
 }
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif
