@@ -11,8 +11,11 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 __attribute__((format(printf, 1, 2))) inline std::string text(const char *format, ...) {
@@ -26,9 +29,35 @@ __attribute__((format(printf, 1, 2))) inline std::string text(const char *format
     return result;
 }
 
-// An address as %p takes it.
-inline const void *shown(const void *address) {
-    return address;
+inline std::string replaced(const std::string &all, const std::string &what, const char *by) {
+    return std::regex_replace(all, std::regex(what), by);
+}
+
+// A text with its dates replaced by the word DATE.
+inline std::string undated(const std::string &all) {
+    return replaced(all, "\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d", "DATE");
+}
+
+// A table of cases in a text: "input -> output", apart by semicolons or newlines. It comes back with
+// the outputs that a function gives, so that one comparison tests and shows all of them.
+template <typename Function> std::string retold(const std::string &table, Function output) {
+    std::string told;
+    for (size_t at = 0, end = 0; at < table.size(); at = end) {
+        end = std::min(table.find_first_of(";\n", at), table.size() - 1) + 1;
+        const size_t begin = std::min(table.find_first_not_of(' ', at), end);
+        const size_t arrow = std::min(table.find(" -> ", begin), end);
+        const std::string input = table.substr(begin, arrow - begin);
+        told += table.substr(at, arrow - at);
+        told += arrow < end ? " -> " + output(input) + table.substr(end - 1, 1) : "";
+    }
+    return told;
+}
+
+// What a call writes to standard error.
+template <typename Call> std::string said(Call call) {
+    testing::internal::CaptureStderr();
+    call();
+    return testing::internal::GetCapturedStderr();
 }
 
 inline std::string file_text(const std::string &path) {
@@ -65,27 +94,15 @@ struct TraceLog {
     }
     std::string content() const { return file_text(path); }
 
-    // The messages written since the last call, without their prefixes.
-    std::vector<std::string> take() const {
-        std::vector<std::string> messages;
-        const std::string all = content();
-        size_t begin = all.find('\n');
-        while (begin != std::string::npos) {
-            size_t end = all.find('\n', begin + 1);
-            while (end != std::string::npos && (end + 3 >= all.size() || all[end + 3] != '/')) {
-                end = all.find('\n', end + 1);
-            }
-            std::string record =
-                all.substr(begin + 1, end == std::string::npos ? end : end - begin - 1);
-            for (int bars = 0; bars < 4; bars++) {
-                record.erase(0, record.find('|') + 1);
-            }
-            messages.push_back(record);
-            begin = end;
+    // The messages since the last call, one a line, without their prefixes. Addresses show as the
+    // names that are given for them, or as "@"; a blank at a line's end shows as "_".
+    std::string take(const std::vector<std::pair<const void *, const char *>> &names = {}) const {
+        std::string all = undated(content() + "\n");
+        EXPECT_EQ(0, all == "\n" ? 0 : truncate(path.c_str(), 0));
+        all = replaced(all, "\nDATE\\|[^|]*\\|[^|]*\\|[^|]*\\|", "\n").substr(1);
+        for (const auto &[address, name] : names) {
+            all = replaced(all, text("%p\\b", address), name);
         }
-        if (!all.empty() && truncate(path.c_str(), 0) != 0) {
-            ADD_FAILURE() << "truncate " << path;
-        }
-        return messages;
+        return replaced(replaced(all, "0x[0-9a-f]+", "@"), " \n", "_\n");
     }
 };
