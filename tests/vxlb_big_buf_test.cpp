@@ -77,7 +77,7 @@ TEST(VxlbBigBuf, OneByteAlwaysStaysUnused) {
 
 TEST(VxlbBigBuf, OffsetsOutliveGrowth) {
     std::mt19937 random(3);
-    Buffer buf(4);
+    Buffer buf(1);
     std::vector<std::pair<int64_t, std::string>> copies;
     for (int i = 0; i < 300; i++) {
         const int len = static_cast<int>(i == 0 ? 0 : random() % 300);
