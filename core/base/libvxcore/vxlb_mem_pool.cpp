@@ -199,10 +199,19 @@ static void append_busy(vxlb_mp_handler *mpool, node *slot) {
     }
 }
 
-node *vxlb_mp_get_slot(vxlb_mp_handler *mpool) {
-    if (mpool == nullptr) {
-        return nullptr;
-    }
+// Whether an operation has only its slot to move: nothing to lock, nothing to trace. The functions
+// below test it first and leave the rest to a function of its own, so that they need no frame.
+static bool is_plain(const vxlb_mp_handler *mpool) {
+    return __builtin_expect(mpool->handler_flag != 1 && !is_traced(), 1) != 0;
+}
+
+static node *take_slot(vxlb_mp_handler *mpool) {
+    node *const slot = pop_free(mpool);
+    append_busy(mpool, slot);
+    return slot;
+}
+
+__attribute__((noinline)) static node *get_slot_with_care(vxlb_mp_handler *mpool) {
     const bool traced = is_traced();
     lock(mpool);
     if (traced) {
@@ -216,8 +225,7 @@ node *vxlb_mp_get_slot(vxlb_mp_handler *mpool) {
             return nullptr;
         }
     }
-    node *const slot = pop_free(mpool);
-    append_busy(mpool, slot);
+    node *const slot = take_slot(mpool);
     if (traced) {
         TRACE(VXLB_LEVEL_3,
               "free = %p, mpool->free_[head|tail] = [%p|%p], mpool->busy_[head|tail] = [%p|%p]",
@@ -226,6 +234,16 @@ node *vxlb_mp_get_slot(vxlb_mp_handler *mpool) {
     }
     unlock(mpool);
     return slot;
+}
+
+node *vxlb_mp_get_slot(vxlb_mp_handler *mpool) {
+    if (mpool == nullptr) {
+        return nullptr;
+    }
+    if (is_plain(mpool) && mpool->free_head != nullptr) {
+        return take_slot(mpool);
+    }
+    return get_slot_with_care(mpool);
 }
 
 static void unlink_busy(vxlb_mp_handler *mpool, node *slot) {
@@ -282,9 +300,10 @@ static void trace_after_free(const vxlb_mp_handler *mpool) {
           shown(mpool->free_tail));
 }
 
-// Free a slot; put_back adds it to the free list at the end of the caller's choice.
-template <void (*put_back)(vxlb_mp_handler *, node *)>
-static inline void free_busy_slot(vxlb_mp_handler *mpool, node *slot) {
+typedef void (*PutBack)(vxlb_mp_handler *, node *);
+
+template <PutBack put_back>
+__attribute__((noinline)) static void free_with_care(vxlb_mp_handler *mpool, node *slot) {
     const bool traced = is_traced();
     if (traced) {
         TRACE(VXLB_LEVEL_2, "Method called, mpool = %p, slot =%p", static_cast<void *>(mpool),
@@ -303,6 +322,16 @@ static inline void free_busy_slot(vxlb_mp_handler *mpool, node *slot) {
         trace_after_free(mpool);
     }
     unlock(mpool);
+}
+
+// Free a slot; put_back adds it to the free list at the end of the caller's choice.
+template <PutBack put_back> static inline void free_busy_slot(vxlb_mp_handler *mpool, node *slot) {
+    if (slot != nullptr && is_plain(mpool)) {
+        unlink_busy(mpool, slot);
+        put_back(mpool, slot);
+        return;
+    }
+    free_with_care<put_back>(mpool, slot);
 }
 
 void vxlb_mp_free_slot(vxlb_mp_handler *mpool, void *slot) {
