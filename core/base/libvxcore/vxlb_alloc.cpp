@@ -8,23 +8,44 @@
 #include <libvxcore/vxlb_alloc.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-__thread uint64_t g_c_mem_allocated;
-__thread uint32_t g_mem_allocated;
-__thread uint64_t g_c_mem_freed;
-__thread uint32_t g_mem_freed;
-__thread uint32_t g_c_alloc_count;
-__thread uint32_t g_alloc_count;
-__thread uint32_t g_c_free_count;
-__thread uint32_t g_free_count;
+// The thread's variables are parts of this one. Their names are given to the assembler, which unlike
+// the compiler can name a part.
+extern "C" {
+extern __thread vxlb_alloc_state vxlb_alloc_thread_state;
+__attribute__((used)) __thread vxlb_alloc_state vxlb_alloc_thread_state;
+}
+
+#define NAME_PART(name, size, offset)                            \
+    static_assert(sizeof(name) == (size), "the size of " #name); \
+    __asm__(".globl " #name "\n"                                 \
+            ".type " #name ", STT_TLS\n"                         \
+            ".size " #name ", " #size "\n"                       \
+            ".set " #name ", vxlb_alloc_thread_state + " #offset)
+
+static_assert(offsetof(vxlb_alloc_state, allocated) == 0, "g_c_alloc_count comes first");
+NAME_PART(g_c_alloc_count, 4, 0);
+NAME_PART(g_alloc_count, 4, 4);
+NAME_PART(g_mem_allocated, 4, 8);
+static_assert(offsetof(vxlb_alloc_state, freed) == 16, "where g_c_free_count is");
+NAME_PART(g_c_free_count, 4, 16);
+NAME_PART(g_free_count, 4, 20);
+NAME_PART(g_mem_freed, 4, 24);
+static_assert(offsetof(vxlb_alloc_state, c_mem_allocated) == 32, "where g_c_mem_allocated is");
+NAME_PART(g_c_mem_allocated, 8, 32);
+NAME_PART(g_c_mem_freed, 8, 40);
+static_assert(offsetof(vxlb_alloc_state, settings) == 48, "where mem_map_entry_max is");
+NAME_PART(mem_map_entry_max, 4, 48);
+NAME_PART(g_alloc_extra_size, 4, 52);
+
 __thread uint64_t g_c_shared_mem_allocated;
 __thread uint32_t g_shared_mem_allocated;
 __thread uint32_t g_c_shared_mem_alloc_count;
 __thread uint32_t g_shared_mem_alloc_count;
-__thread int32_t g_alloc_extra_size;
 
 // The traces below name the wrapper's call site, not this file.
 #define TRACE(level, ...) vxlb_debug_log_ex(level, VXLB_MOD_MEMORY, file, line, func, __VA_ARGS__)

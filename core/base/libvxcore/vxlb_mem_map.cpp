@@ -15,7 +15,6 @@
 enum { ADDRESS_TEXT_SIZE = 128 };
 
 __thread ZylMemoryMap *zyl_mem_map;
-__thread int32_t mem_map_entry_max;
 __thread int32_t mem_map_max_norm_id;
 __thread NormObjKey mem_map_norm_tbl;
 
