@@ -1,9 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of the documentation share: a place to run what the documents show.
-
-A console block shows commands behind "$ " and what they print. It is run as an ordinary user, in a
-copy of the examples, beside a sample work directory. The documents call that user maranth.
-"""
+# What the tests of the documentation share: a place to run what the documents show.
+#
+# A console block shows commands behind "$ " and what they print. It is run as an ordinary user, in a
+# copy of the examples, beside a sample work directory. The documents call that user maranth.
 import grp
 import os
 import pathlib
@@ -12,6 +11,7 @@ import re
 import shutil
 import subprocess
 import tempfile
+import unittest
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 COMMAND, LIBRARY, CC, FLAGS = (os.environ[f"VX_{n}"] for n in ("COMMAND", "LIBRARY", "CC", "FLAGS"))
@@ -19,9 +19,14 @@ USER = pwd.getpwnam("nobody") if os.geteuid() == 0 else pwd.getpwuid(os.geteuid(
 OWNERS = rf'{USER.pw_name}([|,]|", "group": "){grp.getgrgid(USER.pw_gid).gr_name}'
 
 
+def needs(*tools):
+    return unittest.skipUnless(all(map(shutil.which, tools)), f"needs {tools}")
+
+
 class Sandbox:
-    def __init__(self):
+    def __init__(self, test):
         self.top = pathlib.Path(tempfile.mkdtemp(dir="/tmp", prefix="vxdocs"))
+        test.addCleanup(shutil.rmtree, self.top)
         self.top.chmod(0o755)
         tools = self.top / "bin"
         shutil.copytree(SOURCE / "examples", self.top / "examples")
@@ -47,7 +52,7 @@ class Sandbox:
         path.chmod(0o755)
 
     def run(self, command, place="", **more):
-        """Run a shell command, or a list of words; what it printed on either output."""
+        # Run a shell command, or a list of words; what it printed on either output.
         if os.geteuid() == 0:
             more |= {"user": USER.pw_uid, "group": USER.pw_gid, "extra_groups": []}
         done = subprocess.run(command, cwd=self.top / place, env=self.environment, text=True,
@@ -56,12 +61,18 @@ class Sandbox:
         self.status = done.returncode
         return re.sub(OWNERS, r"maranth\1maranth", done.stdout)
 
-    def close(self):
-        shutil.rmtree(self.top)
+
+def option_table():
+    # The manual's table of options: for each one that stands before, those that may follow.
+    page = (SOURCE / "man/vxu_show_scenarios.1").read_text()
+    heads, *rows = [row.split(" Ta ") for row in
+                    re.findall(r"^\.It (?:before|Fl \w) Ta (.*)", page, re.M)]
+    return {before: {option for option, says in zip(heads, row) if says == "+"}
+            for before, row in zip(heads, rows, strict=True)}
 
 
 def steps_of(document):
-    """The commands of a document's console blocks, each with what it is said to print."""
+    # The commands of a document's console blocks, each with what it is said to print.
     for block in re.findall(r"^```console\n(.*?)^```", document, re.M | re.S):
         for step in re.split(r"^\$ ", block, flags=re.M)[1:]:
             command, shown = re.fullmatch(r"((?:.*\\\n)*.*\n)([\s\S]*)", step).groups()
