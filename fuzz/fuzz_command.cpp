@@ -201,7 +201,7 @@ std::string contents_of(int fd) {
 void check_end(int status, const std::string &out, const std::string &errors, bool all_open) {
     const bool is_exit = WIFEXITED(status);
     const int code = WEXITSTATUS(status);
-    const bool has_header = out.starts_with("Workspace");
+    const bool has_header = out.starts_with("WorkProfile|Project|");
     if (!is_exit || (code != 0 && code != 1 && code != 255) ||
         (all_open && code == 0 && !has_header)) {
         fprintf(stderr, "status %#x\n%s\n%s\n", static_cast<unsigned>(status), out.c_str(),

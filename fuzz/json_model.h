@@ -438,7 +438,7 @@ static inline bool is_same_tree(const vxlb_jsont *one, const vxlb_jsont *other) 
 
 // Random documents: nested values with odd pieces among them, some of them damaged.
 struct JsonMaker {
-    std::mt19937 random;
+    std::minstd_rand random; // cheap to seed: every item of an array does
     bool strings_in_arrays = true;
     explicit JsonMaker(unsigned seed) : random(seed) {}
     unsigned below(unsigned n) { return static_cast<unsigned>(random() % n); }

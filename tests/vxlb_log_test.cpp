@@ -374,6 +374,7 @@ TEST(VxlbLog, ReadsModuleMaskLines) {
         words += " 1";
         EXPECT_EQ(text("%x", std::min(i, 99)), mask_of(words)) << "100 words are looked at";
     }
+    EXPECT_EQ("62", mask_of(words.substr(0, 197) + " ~ 2")) << "and none behind a last ~";
     for (int row = 1; row < VXLB_MODULE_COUNT; row++) {
         EXPECT_EQ(uint64_t{1} << (row - 1), lib_module_mask_bit[row]);
     }

@@ -11,14 +11,13 @@
 #include <cstdlib>
 #include <cstring>
 
+output_buffer g_output;
+
 namespace {
 
-constexpr size_t BUFFER_SIZE = size_t{64} * 1024;
 constexpr size_t MESSAGE_SIZE =
     size_t{8} * 1024; // fits any message that is not about a trap of a tree
 
-char g_buffer[BUFFER_SIZE];
-size_t g_used;
 int g_write_error;    // errno of the first write that failed; 0: none
 bool g_is_incomplete; // something could not be read
 bool g_progress_is_shown;
@@ -45,10 +44,10 @@ int write_all(int fd, std::string_view text) {
 }
 
 void flush() {
-    if (g_write_error == 0 && g_used > 0) {
-        g_write_error = write_all(STDOUT_FILENO, {g_buffer, g_used});
+    if (g_write_error == 0 && g_output.used > 0) {
+        g_write_error = write_all(STDOUT_FILENO, {g_output.bytes, g_output.used});
     }
-    g_used = 0;
+    g_output.used = 0;
 }
 
 bool is_control(char c) {
@@ -121,16 +120,17 @@ void erase_progress() {
     }
 }
 
-void out_text(std::string_view text) {
-    while (text.size() > BUFFER_SIZE - g_used) {
-        const size_t room = BUFFER_SIZE - g_used;
-        memcpy(g_buffer + g_used, text.data(), room);
-        g_used = BUFFER_SIZE;
-        text.remove_prefix(room);
-        flush();
-    }
-    memcpy(g_buffer + g_used, text.data(), text.size());
-    g_used += text.size();
+void out_overflowing_text(std::string_view text) {
+    do {
+        const size_t room = sizeof g_output.bytes - g_output.used;
+        const size_t size = text.size() < room ? text.size() : room;
+        memcpy(g_output.bytes + g_output.used, text.data(), size);
+        g_output.used += size;
+        text.remove_prefix(size);
+        if (!text.empty()) {
+            flush();
+        }
+    } while (!text.empty());
 }
 
 void out_name(std::string_view name) {

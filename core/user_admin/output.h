@@ -6,9 +6,29 @@
 // whatever names the tree holds; into files and pipes every byte goes as it is.
 #pragma once
 
+#include <cstddef>
+#include <cstring>
 #include <string_view>
 
-void out_text(std::string_view text); // our own words: newlines and all
+// What is collected of standard output; only out_text and output.cpp touch it.
+struct output_buffer {
+    char bytes[size_t{64} * 1024];
+    size_t used;
+};
+extern output_buffer g_output;
+
+void out_overflowing_text(std::string_view text); // what does not fit the buffer
+
+// Our own words: newlines and all. Inline, for a row of the table takes twenty of them.
+inline void out_text(std::string_view text) {
+    if (text.size() > sizeof g_output.bytes - g_output.used) {
+        out_overflowing_text(text);
+        return;
+    }
+    memcpy(g_output.bytes + g_output.used, text.data(), text.size());
+    g_output.used += text.size();
+}
+
 void out_name(std::string_view name); // text from the tree or the user database
 void out_number(long long number);
 

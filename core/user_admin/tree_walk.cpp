@@ -9,8 +9,11 @@
 //
 // A directory's identity is device and inode. Where the file system is known to put the true inode
 // numbers into its directories, the identity of a subdirectory costs nothing: the inode comes with
-// the entry and the device is the parent's. Mount points would break that, so such a directory is
-// opened with RESOLVE_NO_XDEV, which refuses to cross one; a refusal takes the plain road of stat.
+// the entry and the device is the parent's. Mount points would break that: an entry there tells of
+// the directory that is covered. So entries are trusted only where nothing is mounted below the
+// start, and nowhere behind a link, which may lead out of it. What is mounted during the walk is
+// noticed when it is opened: RESOLVE_NO_XDEV refuses to cross a mount point, and a refusal takes the
+// plain road of stat.
 //
 // Only MAX_OPEN directories keep their descriptors. When a deeper one is opened, the outermost open
 // one reads the rest of its entries into memory and closes; when the walk comes back to it, it is
@@ -23,15 +26,33 @@
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <linux/openat2.h>
+#include <mntent.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+// One directory of the current path.
+struct walked_directory {
+    int fd;          // -1: closed for the time being
+    char *entries;   // owned; kept for the next directory of this level
+    size_t capacity; // bytes of entries
+    size_t used;     // bytes that hold entries
+    size_t next;     // where the next entry begins
+    bool read_whole; // the kernel has no more entries
+    bool from_first; // the entries held begin with the directory's first
+    size_t base;     // where its entries' names begin in the path
+    dev_t device;
+    ino_t inode;
+    bool inodes_trusted; // the inode numbers in its entries are those that stat would give
+};
 
 namespace {
 
@@ -40,18 +61,7 @@ constexpr size_t MAX_OPEN = 8;
 constexpr int OPEN_FLAGS = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
 constexpr long XFS_MAGIC = 0x58465342;
 
-struct directory {
-    int fd;          // -1: closed for the time being
-    char *entries;   // owned; kept for the next directory of this level
-    size_t capacity; // bytes of entries
-    size_t used;     // bytes that hold entries
-    size_t next;     // where the next entry begins
-    bool read_whole; // the kernel has no more entries
-    size_t base;     // where its entries' names begin in the path
-    dev_t device;
-    ino_t inode;
-    bool inodes_trusted; // the inode numbers in its entries are those that stat would give
-};
+using directory = walked_directory;
 
 struct walk {
     const tree_walk_rules *rules;
@@ -73,6 +83,7 @@ struct candidate {
     dev_t device; // identity, for a directory
     ino_t inode;
     bool examined; // by stat, not by the word of its directory
+    bool is_link;  // or may be one
 };
 
 bool is_exhaustion(int error) {
@@ -98,10 +109,11 @@ int open_at(int dir_fd, const char *name) {
     return fd;
 }
 
+// Open what is a directory by the word of its parent, not a mount point nor, by now, a link.
 int open_on_same_mount(int dir_fd, const char *name) {
     struct open_how how = {};
     how.flags = OPEN_FLAGS;
-    how.resolve = RESOLVE_NO_XDEV;
+    how.resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS;
     long fd;
     do {
         fd = syscall(SYS_openat2, dir_fd, name, &how, sizeof how);
@@ -125,6 +137,35 @@ bool has_true_inodes(int fd) {
     const long type = static_cast<long>(fs.f_type);
     return type == EXT4_SUPER_MAGIC || type == XFS_MAGIC || type == TMPFS_MAGIC ||
            type == NFS_SUPER_MAGIC;
+}
+
+// The path of an open directory as the list of mounts would give it; false when it is not known.
+bool find_real_path(int fd, char (&path)[PATH_MAX]) {
+    char link[32];
+    snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    const ssize_t length = readlink(link, path, sizeof path - 1);
+    if (length <= 0) {
+        return false;
+    }
+    path[length] = '\0';
+    return path[0] == '/';
+}
+
+// Whether something is, or may be, mounted below an open directory.
+bool may_hold_mounts(int fd) {
+    __attribute__((uninitialized)) char path[PATH_MAX];
+    FILE *mounts = find_real_path(fd, path) ? setmntent("/proc/self/mounts", "re") : nullptr;
+    if (mounts == nullptr) {
+        return true;
+    }
+    const size_t length = strcmp(path, "/") == 0 ? 0 : strlen(path);
+    bool found = false;
+    while (const mntent *mount = found ? nullptr : getmntent(mounts)) {
+        found = strncmp(mount->mnt_dir, path, length) == 0 && mount->mnt_dir[length] == '/' &&
+                mount->mnt_dir[length + 1] != '\0';
+    }
+    endmntent(mounts);
+    return found;
 }
 
 // --- path ----------------------------------------------------------------------------------------
@@ -184,6 +225,21 @@ void read_entries(walk *w, directory *dir) {
     }
 }
 
+// Read on behind the entries in use as far as the buffer reaches. Returns whether it holds all the
+// entries that the directory has.
+bool hold_all_entries(directory *dir) {
+    while (dir->from_first && !dir->read_whole) {
+        const ssize_t got =
+            getdents64(dir->fd, dir->entries + dir->used, dir->capacity - dir->used);
+        if (got < 0) {
+            return false; // no room, or an error that the walk meets too if it goes on here
+        }
+        dir->used += static_cast<size_t>(got);
+        dir->read_whole = got == 0;
+    }
+    return dir->from_first;
+}
+
 bool is_dot_or_dot_dot(const char *name) {
     return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
@@ -192,6 +248,7 @@ bool is_dot_or_dot_dot(const char *name) {
 const dirent64 *next_entry(walk *w, directory *dir) {
     for (;;) {
         if (dir->next == dir->used) {
+            dir->from_first = dir->used == 0;
             dir->next = dir->used = 0;
             if (!dir->read_whole) {
                 read_entries(w, dir);
@@ -213,6 +270,7 @@ const dirent64 *next_entry(walk *w, directory *dir) {
 // Read the rest of the outermost open directory into memory and close it.
 void close_outermost(walk *w) {
     directory *dir = &w->dirs[w->first_open];
+    dir->from_first = false;
     dir->used -= dir->next;
     memmove(dir->entries, dir->entries + dir->next, dir->used);
     dir->next = 0;
@@ -350,12 +408,12 @@ void examine(walk *w, int dir_fd, candidate *found) {
 }
 
 candidate classify(walk *w, const directory *dir, const dirent64 *entry) {
-    candidate found = {entry->d_name, FTW_F, dir->device, entry->d_ino, false};
-    const bool followed = entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN;
+    candidate found = {entry->d_name, FTW_F, dir->device, entry->d_ino, false, false};
+    found.is_link = entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN;
     if (entry->d_type == DT_DIR) {
         found.type = FTW_D;
     }
-    if (followed || w->rules->exact || (found.type == FTW_D && !dir->inodes_trusted)) {
+    if (found.is_link || w->rules->exact || (found.type == FTW_D && !dir->inodes_trusted)) {
         examine(w, dir->fd, &found);
     }
     return found;
@@ -370,13 +428,14 @@ bool is_met_first(walk *w, const candidate &found) {
 }
 
 // Open a directory that its parent vouches for. Returns -1 with errno; ENOENT also when it turns
-// out to be a mount point of a directory met before. `found` learns its true identity.
+// out to be a directory met before. `found` learns its true identity.
 int open_trusted(walk *w, int dir_fd, candidate *found) {
     int fd = open_on_same_mount(dir_fd, found->name);
-    if (fd >= 0 || (errno != EXDEV && errno != ENOSYS && errno != EPERM)) {
+    if (fd >= 0 || (errno != EXDEV && errno != ELOOP && errno != ENOSYS && errno != EPERM)) {
         return fd;
     }
-    // A mount point, or a system that does not offer the call.
+    // A mount point or link that has just been made, or a system that does not offer the call.
+    found->is_link = errno == ELOOP;
     fd = open_at(dir_fd, found->name);
     struct stat sb;
     if (fd < 0 || fstat(fd, &sb) != 0 ||
@@ -406,15 +465,15 @@ int open_candidate(walk *w, candidate *found) {
 }
 
 void enter_candidate(walk *w, int fd, const candidate &found) {
-    const directory parent = w->dirs[w->depth - 1];
-    const bool same_device = found.device == parent.device;
-    enter(w, fd, found, same_device ? parent.inodes_trusted : has_true_inodes(fd));
+    const directory *parent = &w->dirs[w->depth - 1];
+    const bool is_crossing = found.is_link || found.device != parent->device;
+    enter(w, fd, found, parent->inodes_trusted && !is_crossing);
 }
 
 // Report the entry whose path the walk holds, one of the innermost directory's.
 int report(const walk *w, int type) {
-    const directory *dir = &w->dirs[w->depth - 1];
-    return w->rules->visit({w->path, dir->base, static_cast<int>(w->depth), type, dir->fd});
+    directory *dir = &w->dirs[w->depth - 1];
+    return w->rules->visit({w->path, dir->base, static_cast<int>(w->depth), type, dir->fd, dir});
 }
 
 // Open first, so that the report tells whether the directory can be read.
@@ -487,7 +546,7 @@ size_t base_of(const char *path) {
 }
 
 void report_root(walk *w, int type) {
-    w->rules->visit({w->path, base_of(w->path), 0, type, AT_FDCWD});
+    w->rules->visit({w->path, base_of(w->path), 0, type, AT_FDCWD, nullptr});
 }
 
 void walk_root_directory(walk *w, const candidate &root) {
@@ -503,11 +562,11 @@ void walk_root_directory(walk *w, const candidate &root) {
         report_root(w, FTW_DNR);
         return;
     }
-    if (w->rules->visit({w->path, base_of(w->path), 0, FTW_D, AT_FDCWD}) != FTW_CONTINUE) {
+    if (w->rules->visit({w->path, base_of(w->path), 0, FTW_D, AT_FDCWD, nullptr}) != FTW_CONTINUE) {
         close(fd);
         return;
     }
-    enter(w, fd, root, has_true_inodes(fd));
+    enter(w, fd, root, has_true_inodes(fd) && !may_hold_mounts(fd));
     walk_entries(w);
 }
 
@@ -523,7 +582,7 @@ void walk_root(walk *w) {
             w->failure = error;
         }
     } else if (S_ISDIR(sb.st_mode)) {
-        walk_root_directory(w, {w->path, FTW_D, sb.st_dev, sb.st_ino, true});
+        walk_root_directory(w, {w->path, FTW_D, sb.st_dev, sb.st_ino, true, true});
     } else {
         report_root(w, FTW_F);
     }
@@ -566,6 +625,22 @@ bool is_usual_in_a_tree(int error) {
     default:
         return false;
     }
+}
+
+bool tree_may_hold(const tree_entry &entry, const char *name) {
+    directory *dir = entry.directory;
+    if (dir == nullptr || !dir->inodes_trusted || !hold_all_entries(dir)) {
+        return true;
+    }
+    for (size_t at = 0; at < dir->used;) {
+        const auto *each = reinterpret_cast<const dirent64 *>(dir->entries + at);
+        at += each->d_reclen;
+        // Ignoring case, for the file system may do so; one bit tells cases apart.
+        if (((each->d_name[0] ^ name[0]) & ~0x20) == 0 && strcasecmp(each->d_name, name) == 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 int tree_walk(const char *root, const tree_walk_rules &rules) {

@@ -17,6 +17,8 @@
 
 #include <ftw.h>
 
+struct walked_directory; // the walk's own
+
 // One entry, valid during the visit.
 struct tree_entry {
     std::string_view path; // the whole path, zero-terminated
@@ -24,6 +26,7 @@ struct tree_entry {
     int level;             // 0 for the start, then one more a directory
     int type;              // FTW_F, FTW_D, FTW_DNR, FTW_NS or FTW_SLN
     int dir_fd;            // descriptor of the directory that holds the entry (AT_FDCWD: the start)
+    walked_directory *directory; // that directory (null: the start)
 
     std::string_view name() const { return text_part(path, base, path.size()); }
 };
@@ -52,3 +55,7 @@ struct tree_walk_rules {
 // Without `exact` a regular entry may turn out not to exist any more, and a directory is reported
 // as FTW_D before it is known whether it can be read.
 int tree_walk(const char *root, const tree_walk_rules &rules);
+
+// Whether a name may stand beside an entry. False is certain, and mostly comes at the price of one
+// getdents64; true means that only the file system can tell.
+bool tree_may_hold(const tree_entry &entry, const char *name);

@@ -44,12 +44,16 @@ def report(figure):
     sys.exit(1 if faults else 0)
 
 
+def settings(more=None):
+    """The environment of a run."""
+    return {'PATH': f'{BIN}:/usr/bin:/bin', 'TZ': 'UTC', 'VX_WDIR': WORK, **(more or {})}
+
+
 def run(args, env=None, prefix=(), timeout=20, command=COMMAND, **more):
     """Run the command: (status, stdout, stderr); minus the number of a signal, or 'hang'."""
-    settings = {'PATH': f'{BIN}:/usr/bin:/bin', 'TZ': 'UTC', 'VX_WDIR': WORK, **(env or {})}
     streams = {'stdin': subprocess.DEVNULL, 'stdout': subprocess.PIPE, 'stderr': subprocess.PIPE}
     try:
-        done = subprocess.run([*prefix, command, *args], env=settings, timeout=timeout, check=False,
+        done = subprocess.run([*prefix, command, *args], env=settings(env), timeout=timeout, check=False,
                               **{**streams, **more})
         return done.returncode, done.stdout, done.stderr
     except subprocess.TimeoutExpired as late:

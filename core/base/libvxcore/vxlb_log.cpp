@@ -576,8 +576,7 @@ int set_vxlb_modulemask(const char *buf, char *err_msg) {
         Word word = next_word(&buf, end);
         if (is_word(word, "~")) {
             is_negated = true;
-            count++;
-            word = next_word(&buf, end);
+            word = ++count < MASK_WORDS_MAX ? next_word(&buf, end) : Word{buf, 0};
         }
         if (word.len == 0) {
             break;
