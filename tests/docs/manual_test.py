@@ -29,7 +29,7 @@ def messages():
         code = re.sub(r"^#include.*|//.*", "", source.read_text(), flags=re.M)
         for run in re.finditer(rf"(?:{LITERAL}\s*)+", code):
             text = "".join(re.findall(LITERAL, run[0]))
-            if re.search("[A-Za-z].* |^ .*[A-Za-z]", text):
+            if re.search("[A-Za-z]{2}.* |^ .*[A-Za-z]{2}", text):
                 text = text.replace(r"\"", '"')
                 yield from re.split(r"%[a-z]+|\\[nr]|\\033\[K", text)
 
