@@ -178,8 +178,9 @@ void run_child(unsigned closed, int out) {
 // The counters of covered edges, which a child would take with it.
 extern "C" {
 extern uint8_t first_counter[] __asm__("__start___sancov_cntrs")
-    __attribute__((visibility("hidden")));
-extern uint8_t end_counter[] __asm__("__stop___sancov_cntrs") __attribute__((visibility("hidden")));
+    __attribute__((weak, visibility("hidden")));
+extern uint8_t end_counter[] __asm__("__stop___sancov_cntrs")
+    __attribute__((weak, visibility("hidden")));
 }
 
 size_t counters() {
