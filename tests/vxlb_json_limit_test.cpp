@@ -26,7 +26,7 @@ void *moving_realloc(void *old, size_t size) {
 
 } // namespace
 
-#define VXLB_JSONT_BLOCK_LIMIT 1000000
+#define VXLB_JSONT_BLOCK_LIMIT UINT64_C(1000000)
 #define VXLB_JSON_VALUE_MAX 5000
 #define realloc moving_realloc
 #include "vxlb_json_tree.cpp"
@@ -89,16 +89,59 @@ TEST(VxlbJsonLimit, ExhaustionEndsTheProcess) {
 }
 
 TEST(VxlbJsonLimit, LargeStepsAreTakenOnlyWhereThereIsRoom) {
+    vxlb_json_t json = {};
+    json.f_size = 1000000;
+    json.cursor = 250000 - 1; // a quarter has been read
     BBM bbm = {};
-    grow_block(&bbm, (1 << 20) - 32768);
-    EXPECT_EQ(bbm.max, 1U << 20);
-    grow_block(&bbm, (1 << 20) - 32767);
-    EXPECT_EQ(bbm.max, 1572865U);
+    builder b = {&json, &bbm, false, false, 0, 0, false, nullptr, {}};
+    const auto grown_to = [&](uint64_t used) {
+        grow_block(&b, used);
+        return bbm.max;
+    };
+    EXPECT_EQ(grown_to((1 << 20) - 32768), 1U << 20);
+    EXPECT_EQ(grown_to((1 << 20) - 32767), 1572865U); // by half, for a part of a document
+    b.takes_whole = true;
+    EXPECT_EQ(grown_to((1 << 20) - 32767), 4250000U); // to four times, and a bit
     largest_block = 1900000;
-    grow_block(&bbm, 1600000);
-    EXPECT_EQ(bbm.max, 1632768U);
+    EXPECT_EQ(grown_to(1600000), 1632768U);
     largest_block = SIZE_MAX;
     free(bbm.mem);
+}
+
+// Build the tree of the first item of a list: a part of a document, whose block grows in small steps.
+BBM tree_of_item(const std::string &doc, bool links_are_pointers) {
+    BBM bbm = {};
+    vxlb_json_t *json = vxlb_json_init_buffer(doc.c_str(), 0, 0, nullptr);
+    vxlb_json_open_array(json);
+    vxlb_json_next_array_item(json);
+    EXPECT_EQ(build(json, 0, &bbm, false, links_are_pointers), 1U);
+    vxlb_json_free(json);
+    return bbm;
+}
+
+TEST(VxlbJsonLimit, PointersMoveWithTheBlock) {
+    std::string doc = "[{\"first\":0";
+    for (int i = 0; i < 300; i++) {
+        doc += R"(,"list":[{"a":["x\\ny",""],"b":{"c":1}}],"d":[])";
+    }
+    const BBM offsets = tree_of_item(doc + "}]", false);
+    const BBM pointers = tree_of_item(doc + "}]", true);
+    ASSERT_EQ(offsets.offset, pointers.offset);
+    const auto expect_link = [&](const void *link, uintptr_t offset) {
+        EXPECT_EQ(link, offset == 0 ? nullptr : pointers.mem + offset);
+    };
+    for (uint64_t at = 1; at < offsets.offset; at += sizeof(vxlb_jsont)) {
+        const growing_node *a = node_at(&offsets, at);
+        const auto *b = reinterpret_cast<const vxlb_jsont *>(pointers.mem + at);
+        expect_link(b->parent, a->parent);
+        expect_link(b->children, a->children);
+        expect_link(b->next_sib, a->next_sib);
+        expect_link(b->value, a->value);
+        ASSERT_STREQ(a->name, b->name);
+        at += a->value == 0 ? 0 : static_cast<uint64_t>(a->value_len) + 1;
+    }
+    free(offsets.mem);
+    free(pointers.mem);
 }
 
 } // namespace

@@ -398,11 +398,17 @@ TEST(VxlbJsonParser, EveryRoadOfSkippingStopsAtTheSameByte) {
         EXPECT_EQ(skip_string(p, end), string_stop);
         const char *first = std::find_if_not(p, end, is_json_space);
         EXPECT_EQ(skip_blanks(p, end), first);
-        for (const char *stop : {skip_structure_words(p, end), skip_structure(p, end)}) {
+        for (const auto skip : {skip_structure_words, skip_structure}) {
+            const char *stop = skip(p, end);
             while (stop < structure_stop && strchr("|\x02\x0c\x1b\x1d", *stop) != nullptr) {
-                stop = skip_structure(stop + 1, end); // a stop without meaning
+                stop = skip(stop + 1, end); // a stop without meaning
             }
             EXPECT_EQ(stop, structure_stop) << text;
+        }
+        const char *literal_stop = std::find_if(p, end, stops_literal);
+        for (const auto skip : {skip_literal_words, skip_literal}) {
+            const char *stop = skip(p, end);
+            EXPECT_TRUE(stop == literal_stop || (stop < literal_stop && *stop == '|')) << text;
         }
     }
 }

@@ -68,10 +68,6 @@ void __json_restart_at(vxlb_json_t *json, int64_t position);
 // Type of a member's value by its first byte; VXLB_JSON_NONE for a byte that can't begin one.
 extern const json_byte_table __json_value_types;
 
-// Bytes in and behind a literal.
-enum { LITERAL_OTHER, LITERAL_PLAIN, LITERAL_END };
-extern const json_byte_table __json_literal_bytes;
-
 extern const escapedChar escaped_char_list[5];
 }
 
@@ -83,6 +79,11 @@ static inline int json_fail(vxlb_json_t *json, int code) {
 // Input offset of the byte at an index of the window.
 static inline int64_t json_position(const vxlb_json_t *json, int index) {
     return json->offset - json->buf_max + index;
+}
+
+// Not a carriage return: before a line end of two bytes it belongs to the literal.
+static inline bool ends_literal(char c) {
+    return c == ',' || c == '}' || c == ']' || c == '\n' || c == ' ' || c == '\t';
 }
 
 // What an escape stands for. A letter outside the table yields a zero byte.

@@ -28,6 +28,11 @@ static inline bool stops_structure(char c) {
     return stops_string(c) || c == ',' || c == '{' || c == '}' || c == '[' || c == ']';
 }
 
+// What ends the plain part of a literal: all of the above, white space and control bytes.
+static inline bool stops_literal(char c) {
+    return stops_structure(c) || (c >= 0 && c <= ' ');
+}
+
 constexpr uint64_t SWAR_ONES = 0x0101010101010101;
 constexpr uint64_t SWAR_HIGHS = 0x8080808080808080;
 
@@ -35,6 +40,11 @@ constexpr uint64_t SWAR_HIGHS = 0x8080808080808080;
 static inline uint64_t swar_equal(uint64_t word, unsigned char c) {
     const uint64_t x = word ^ (SWAR_ONES * c);
     return (x - SWAR_ONES) & ~x & SWAR_HIGHS;
+}
+
+// The high bit of each byte below n (at most 128), with the same errors.
+static inline uint64_t swar_below(uint64_t word, unsigned char n) {
+    return (word - (SWAR_ONES * n)) & ~word & SWAR_HIGHS;
 }
 
 static inline int first_marked_byte(uint64_t marks) {
@@ -62,14 +72,17 @@ static inline const char *skip_string_words(const char *p, const char *end) {
     return p;
 }
 
+static inline uint64_t mark_structure(uint64_t word) {
+    const uint64_t folded = word | (SWAR_ONES * 0x20); // [ and {, \ and |, ] and } become one
+    return swar_equal(word, '"') | swar_equal(word, ',') | swar_equal(word, 0) |
+           swar_equal(folded, '{') | swar_equal(folded, '|') | swar_equal(folded, '}');
+}
+
 static inline const char *skip_structure_words(const char *p, const char *end) {
     while (end - p >= 8) {
         uint64_t word = 0;
         memcpy(&word, p, sizeof word);
-        const uint64_t folded = word | (SWAR_ONES * 0x20); // [ and {, \ and |, ] and } become one
-        const uint64_t marks = swar_equal(word, '"') | swar_equal(word, ',') | swar_equal(word, 0) |
-                               swar_equal(folded, '{') | swar_equal(folded, '|') |
-                               swar_equal(folded, '}');
+        const uint64_t marks = mark_structure(word);
         if (marks != 0) {
             p += first_marked_byte(marks);
             break;
@@ -77,6 +90,23 @@ static inline const char *skip_structure_words(const char *p, const char *end) {
         p += 8;
     }
     while (p < end && !stops_structure(*p)) {
+        p++;
+    }
+    return p;
+}
+
+static inline const char *skip_literal_words(const char *p, const char *end) {
+    while (end - p >= 8) {
+        uint64_t word = 0;
+        memcpy(&word, p, sizeof word);
+        const uint64_t marks = mark_structure(word) | swar_below(word, ' ' + 1);
+        if (marks != 0) {
+            p += first_marked_byte(marks);
+            break;
+        }
+        p += 8;
+    }
+    while (p < end && !stops_literal(*p)) {
         p++;
     }
     return p;
@@ -108,26 +138,42 @@ static inline const char *skip_string_sse2(const char *p, const char *end) {
     return p;
 }
 
+// Zero and the bytes of stops_structure, "|" with them.
+static inline __m128i mark_structure(__m128i block) {
+    // Folded, the brackets and the backslash are the three codes from '{' on.
+    const __m128i folded = _mm_or_si128(block, _mm_set1_epi8(0x20));
+    const __m128i code = _mm_sub_epi8(folded, _mm_set1_epi8('{'));
+    const __m128i brackets = _mm_cmpeq_epi8(_mm_min_epu8(code, _mm_set1_epi8(2)), code);
+    const __m128i quotes = _mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8('"')),
+                                        _mm_cmpeq_epi8(block, _mm_set1_epi8(',')));
+    return _mm_or_si128(_mm_or_si128(brackets, quotes), _mm_cmpeq_epi8(block, _mm_setzero_si128()));
+}
+
 static inline const char *skip_structure_sse2(const char *p, const char *end) {
-    const __m128i quote = _mm_set1_epi8('"');
-    const __m128i comma = _mm_set1_epi8(',');
-    const __m128i fold = _mm_set1_epi8(0x20);
-    const __m128i brace = _mm_set1_epi8('{');
-    const __m128i two = _mm_set1_epi8(2);
     for (; end - p >= 16; p += 16) {
         const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-        // Folded, the brackets and the backslash are the three codes from '{' on ('|' with them).
-        const __m128i code = _mm_sub_epi8(_mm_or_si128(block, fold), brace);
-        const __m128i brackets = _mm_cmpeq_epi8(_mm_min_epu8(code, two), code);
-        const __m128i marks =
-            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(block, quote), _mm_cmpeq_epi8(block, comma)),
-                         _mm_or_si128(_mm_cmpeq_epi8(block, _mm_setzero_si128()), brackets));
-        const auto mask = static_cast<unsigned>(_mm_movemask_epi8(marks));
+        const auto mask = static_cast<unsigned>(_mm_movemask_epi8(mark_structure(block)));
         if (mask != 0) {
             return p + std::countr_zero(mask);
         }
     }
     while (p < end && !stops_structure(*p)) {
+        p++;
+    }
+    return p;
+}
+
+static inline const char *skip_literal_sse2(const char *p, const char *end) {
+    for (; end - p >= 16; p += 16) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        const __m128i blanks = _mm_cmpeq_epi8(_mm_min_epu8(block, _mm_set1_epi8(' ')), block);
+        const auto mask =
+            static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(mark_structure(block), blanks)));
+        if (mask != 0) {
+            return p + std::countr_zero(mask);
+        }
+    }
+    while (p < end && !stops_literal(*p)) {
         p++;
     }
     return p;
@@ -166,6 +212,9 @@ static inline const char *skip_string(const char *p, const char *end) {
 static inline const char *skip_structure(const char *p, const char *end) {
     return skip_structure_sse2(p, end);
 }
+static inline const char *skip_literal(const char *p, const char *end) {
+    return skip_literal_sse2(p, end);
+}
 #else
 static inline const char *skip_blanks(const char *p, const char *end) {
     while (p < end && is_json_space(*p)) {
@@ -178,6 +227,9 @@ static inline const char *skip_string(const char *p, const char *end) {
 }
 static inline const char *skip_structure(const char *p, const char *end) {
     return skip_structure_words(p, end);
+}
+static inline const char *skip_literal(const char *p, const char *end) {
+    return skip_literal_words(p, end);
 }
 #endif
 

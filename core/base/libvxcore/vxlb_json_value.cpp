@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <string_view>
 
 #include <libvxcore/vxlb_alloc.h>
 #include <libvxcore/vxlb_util.h>
@@ -26,26 +25,6 @@
 const escapedChar escaped_char_list[5] = {
     {'n', '\n'}, {'r', '\r'}, {'t', '\t'}, {'"', '"'}, {'\\', '\\'},
 };
-
-// Not a carriage return: before a line end of two bytes it belongs to the literal.
-static consteval json_byte_table literal_bytes() {
-    json_byte_table bytes = {};
-    for (int c = 0; c < 256; c++) {
-        const bool plain = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
-                           (c >= 'a' && c <= 'z') || c == '+' || c == '-' || c == '.';
-        bytes.of[c] = plain ? LITERAL_PLAIN : LITERAL_OTHER;
-    }
-    for (const char c : std::string_view(" ,}]\t\n")) {
-        bytes.of[static_cast<unsigned char>(c)] = LITERAL_END;
-    }
-    return bytes;
-}
-
-const json_byte_table __json_literal_bytes = literal_bytes();
-
-static bool ends_literal(char c) {
-    return __json_literal_bytes.of[static_cast<unsigned char>(c)] == LITERAL_END;
-}
 
 // What is kept between the bytes of one value.
 struct value_scan {
