@@ -8,9 +8,8 @@
 // for is chosen when this is compiled: the file's bytes are searched for it, or with one of
 // WITH_RAPIDJSON and WITH_CJSON the file is parsed and its tags are compared.
 //
-// Every directory is opened by its parent's descriptor and read with getdents64 to its end, or to
-// the scenario file that decides; there is one fstatat a row, one more for a flat file (is there a
-// directory beside it?) and one faccessat for a scenario directory (is it a functional one?).
+// Every directory is opened by its parent's descriptor and read with getdents64 to its end; there is
+// one fstatat a row, and one more for a flat file (is there a directory beside it?).
 #include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
@@ -231,22 +230,32 @@ void flat_scenario(int dir, const char *name) {
     put_row(stem, "CONF", file);
 }
 
-// Returns whether this file decides for its directory.
-bool file_inside(int dir, const char *name) {
+// A scenario directory: its first scenario file decides, unless it holds the functional marker.
+struct inside {
+    std::string_view type; // of the first scenario file; empty: none so far
+    char name[16];
+    bool is_functional;
+};
+
+void note_inside(inside *found, const char *name) {
     const std::string_view type = strcmp(name, "scenario.json") == 0   ? "JSON"
                                   : strcmp(name, "scenario.yaml") == 0 ? "YAML"
                                   : strcmp(name, "scenario.jmx") == 0  ? "JMX"
                                   : strcmp(name, "scenario.wzrd") == 0 ? "WZRD"
                                                                        : "";
-    if (type.empty()) {
-        return false;
+    if (found->type.empty() && !type.empty()) {
+        found->type = type;
+        strcpy(found->name, name);
     }
+    found->is_functional = found->is_functional || strcmp(name, ".functional") == 0;
+}
+
+void scenario_directory(int dir, const inside &found) {
     struct stat file;
-    if (faccessat(dir, ".functional", F_OK, 0) != 0 && fstatat(dir, name, &file, 0) == 0 &&
-        is_wanted(dir, name)) {
-        put_row(g_names[ENTRY], type, file);
+    if (!found.type.empty() && !found.is_functional && fstatat(dir, found.name, &file, 0) == 0 &&
+        is_wanted(dir, found.name)) {
+        put_row(g_names[ENTRY], found.type, file);
     }
-    return true;
 }
 
 bool is_entered(int depth, const char *name) {
@@ -257,22 +266,19 @@ bool is_entered(int depth, const char *name) {
 
 void walk(int parent, const char *name, int depth);
 
-// Returns whether the directory's other entries don't matter.
-bool visit(int dir, const dirent64 *entry, int depth) {
+void visit(int dir, const dirent64 *entry, int depth, inside *found) {
     const char *name = entry->d_name;
     if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) {
-        return false;
+        return;
     }
     if (depth == INSIDE) {
-        return file_inside(dir, name);
-    }
-    if (entry->d_type == DT_DIR && is_entered(depth, name)) {
+        note_inside(found, name);
+    } else if (entry->d_type == DT_DIR && is_entered(depth, name)) {
         g_names[depth] = name;
         walk(dir, name, depth + 1);
     } else if (entry->d_type == DT_REG && depth == ENTRY) {
         flat_scenario(dir, name);
     }
-    return false;
 }
 
 // Go through a directory whose entries are at this depth.
@@ -282,14 +288,15 @@ void walk(int parent, const char *name, int depth) {
         return;
     }
     char *entries = g_entries[depth - 1];
-    bool is_decided = false;
-    for (ssize_t got; !is_decided && (got = getdents64(dir, entries, DIRECTORY_BUFFER)) > 0;) {
-        for (ssize_t at = 0; at < got && !is_decided;) {
+    inside found = {};
+    for (ssize_t got; (got = getdents64(dir, entries, DIRECTORY_BUFFER)) > 0;) {
+        for (ssize_t at = 0; at < got;) {
             const auto *entry = reinterpret_cast<const dirent64 *>(entries + at);
             at += entry->d_reclen;
-            is_decided = visit(dir, entry, depth);
+            visit(dir, entry, depth, &found);
         }
     }
+    scenario_directory(dir, found);
     close(dir);
 }
 

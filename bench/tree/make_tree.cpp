@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -76,30 +77,36 @@ void make_file(int dir, const std::string &name, const std::string &text, unsign
     close(fd);
 }
 
+// All texts are put together by streams: what << chains is evaluated from left to right, so that
+// the numbers are drawn in the same order by every compiler.
 std::string tags() {
-    std::string list;
-    for (unsigned i = 1 + pick(4); i > 0; i--) {
-        list += std::string(list.empty() ? "\"" : ", \"") + pick_of(TAGS) + "\"";
+    std::ostringstream list;
+    list << '"' << pick_of(TAGS) << '"';
+    for (unsigned i = pick(4); i > 0; i--) {
+        list << ", \"" << pick_of(TAGS) << '"';
     }
-    return list;
+    return list.str();
 }
 
-// A group of virtual users, some 250 bytes.
+// A group of virtual users, some 250 bytes; one in six has escapes in its comment.
 std::string group(unsigned number) {
-    const std::string id = std::to_string(number);
-    return "      {\"GROUP\": \"g" + id + "\", \"SCRIPT\": \"scripts/" + pick_of(WORDS) + "_" + id +
-           ".c\",\n       \"users\": " + std::to_string(pick(5000)) +
-           ", \"ramp\": {\"up\": " + std::to_string(pick(600)) + "." + std::to_string(pick(10)) +
-           ", \"down\": " + std::to_string(pick(60)) + ", \"unit\": \"s\"},\n       \"pacing\": [" +
-           std::to_string(pick(9)) + ", " + std::to_string(pick(99)) +
-           "], \"enabled\": " + (pick(3) == 0 ? "false" : "true") +
-           ",\n       \"comment\": \"runs \\\"" + pick_of(WORDS) + "\\\" against " +
-           pick_of(WORDS) + " with data of " + pick_of(WORDS) + "\"}";
+    std::ostringstream text;
+    text << "      {\"GROUP\": \"g" << number << "\", \"SCRIPT\": \"scripts/" << pick_of(WORDS)
+         << "_" << number << ".c\",\n       \"users\": " << pick(5000)
+         << ", \"ramp\": {\"up\": " << pick(600) << "." << pick(10) << ", \"down\": " << pick(60)
+         << ", \"unit\": \"s\"},\n       \"pacing\": [" << pick(9) << ", " << pick(99)
+         << "], \"enabled\": " << (pick(3) == 0 ? "false" : "true") << ",\n       \"comment\": \"";
+    const char *quote = pick(6) == 0 ? "\\\"" : "'";
+    text << "runs " << quote << pick_of(WORDS) << quote << " against " << pick_of(WORDS)
+         << " with data of " << pick_of(WORDS) << "\"}";
+    return text.str();
 }
 
 std::string scenario_text(unsigned bytes) {
-    std::string text = "{\n  \"scenario\": {\n    \"NAME\": \"" + std::string(pick_of(WORDS)) +
-                       "\",\n    \"TAGS\": {\"_G\": [[" + tags() + "]]},\n    \"GROUPS\": [\n";
+    std::ostringstream head;
+    head << "{\n  \"scenario\": {\n    \"NAME\": \"" << pick_of(WORDS)
+         << "\",\n    \"TAGS\": {\"_G\": [[" << tags() << "]]},\n    \"GROUPS\": [\n";
+    std::string text = head.str();
     const unsigned wanted = bytes * (5 + pick(3)) / 6;
     for (unsigned i = 0; i == 0 || text.size() + 200 < wanted; i++) {
         text += (i == 0 ? "" : ",\n") + group(i);
@@ -108,13 +115,15 @@ std::string scenario_text(unsigned bytes) {
 }
 
 std::string scenario_name(unsigned number) {
-    return std::string(pick_of(WORDS)) + "_" + pick_of(WORDS) + "_" + std::to_string(number);
+    std::ostringstream name;
+    name << pick_of(WORDS) << "_" << pick_of(WORDS) << "_" << number;
+    return name.str();
 }
 
 void make_assets(int dir) {
     for (unsigned i = pick(5); i > 0; i--) {
-        make_file(dir, std::string(pick_of(WORDS)) + "_" + std::to_string(i) + ".csv", "",
-                  pick(60000));
+        const std::string name = std::string(pick_of(WORDS)) + "_" + std::to_string(i) + ".csv";
+        make_file(dir, name, "", pick(60000));
     }
     if (pick(3) == 0) {
         const int assets = make_directory(dir, "assets");
