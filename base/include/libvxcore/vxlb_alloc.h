@@ -30,9 +30,9 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default) /* what the shared library exports */
 
-#define VXLB_ALLOC_MARK "ZMemDbg"
-#define VXLB_ALLOC_MARK_SIZE 7
-#define VXLB_ALLOC_TAIL_SIZE 8 /* the marker and a spare byte, which is written as its NUL */
+#define VXLB_ALLOC_MARK "ZMemDbg" /* what stands behind each block */
+#define VXLB_ALLOC_MARK_SIZE 7    /* its bytes, without its NUL */
+#define VXLB_ALLOC_TAIL_SIZE 8    /* the marker and a spare byte, which is written as its NUL */
 
 /*
  * The calling thread's statistics. They start at 0, and nothing in the library resets them: the

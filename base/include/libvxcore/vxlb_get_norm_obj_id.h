@@ -34,8 +34,8 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default) /* what the shared library exports */
 
-#define VXLB_NORM_ID_BAD_INPUT (-1)
-#define VXLB_NORM_ID_ABSENT (-2)
+#define VXLB_NORM_ID_BAD_INPUT (-1)    /* a null or empty argument */
+#define VXLB_NORM_ID_ABSENT (-2)       /* no such name */
 #define VXLB_NORM_ID_STEP 16           /* elements by which the reverse index grows */
 #define VXLB_NORM_ID_POOL_INIT 64      /* entries of the pool's first chunk */
 #define VXLB_NORM_ID_POOL_INCREMENT 16 /* entries of each later one */
@@ -75,6 +75,7 @@ typedef struct TreeNode {
     struct TreeNode *right;
 } TreeNode;
 
+/* A table. */
 typedef struct NormObjKey {
     bigbuf_t bigbuf;          /* names and data */
     int32_t size;             /* bucket heads, a power of two */

@@ -66,6 +66,7 @@ enum {
     VXLB_JSON_ERROR_CODES        /* number of codes */
 };
 
+/* Bytes of a name in the handle and of an explanation, their zero included. */
 enum { VXLB_JSON_NAME_SIZE = 512, VXLB_JSON_ERROR_SIZE = 1025 };
 
 /* Text of each error code; constant. */
@@ -206,6 +207,7 @@ typedef struct BBM {
     uint64_t max;    /* bytes allocated */
 } BBM;
 
+/* Bytes of a name in a node, its zero included. */
 enum { VXLB_JSONT_NAME_SIZE = 256 };
 
 /* A node lies at any address, so the record is packed: read its fields through this type only. */

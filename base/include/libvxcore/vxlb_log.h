@@ -42,8 +42,8 @@ extern "C" {
 #define VXLB_MOD_MEMORY 0x40
 #define VXLB_MOD_TOPO 0x100
 
-#define VXLB_LOG_PATH_SIZE 1024
-#define VXLB_MODULE_COUNT 10
+#define VXLB_LOG_PATH_SIZE 1024 /* bytes of a log's path, its NUL included */
+#define VXLB_MODULE_COUNT 10    /* rows of the module tables */
 
 extern uint32_t vxlb_log_level;                 /* levels that are written; 0 at start */
 extern uint64_t lib_module_mask;                /* modules that are written; 0 at start */
@@ -75,6 +75,7 @@ static inline int vxlb_debug_log_is_on(int level, uint64_t mask) {
 void vxlb_debug_log_ex(int level, uint64_t mask, const char *file, int line, const char *function,
                        const char *format, ...) __attribute__((format(printf, 6, 7)));
 
+/* The macro through which the function of its name is called. */
 #define vxlb_debug_log_ex(level, mask, ...)                                                       \
     __extension__({                                                                               \
         const int vxlb_log_level_arg_ = (int)(level);                                             \
@@ -148,6 +149,7 @@ int open_log_ex(const char *path, int *fd, unsigned int max_size);
 /* Close the debug log. The error log stays open. */
 void vxlb_close_log_fd(void);
 
+/* The descriptors of the open logs, or -1. */
 int vxlb_get_debug_fd(void);
 int vxlb_get_error_fd(void);
 
@@ -157,6 +159,7 @@ void hessian_set_debug_log_level(int level);
 void vxlb_util_set_debug_log_fp(FILE *stream);
 void hessian_set_debug_log_fp(FILE *stream);
 
+/* Set the modules that are written, and the bytes above which the debug log is rolled over. */
 void vxlb_util_set_modulemask(uint64_t mask);
 void vxlb_util_set_debug_log_size(unsigned int size);
 

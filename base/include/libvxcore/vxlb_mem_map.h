@@ -29,9 +29,10 @@ extern "C" {
 
 #define VXLB_MEM_MAP_ENTRIES 10240 /* entries at first, and heads asked of the table of addresses */
 #define VXLB_MEM_MAP_STEP 10       /* entries by which the map grows */
-#define VXLB_MEM_MAP_MESSAGE_SIZE 256
-#define VXLB_MEM_MAP_TIME_SIZE 32
+#define VXLB_MEM_MAP_MESSAGE_SIZE 256 /* bytes of an entry's message */
+#define VXLB_MEM_MAP_TIME_SIZE 32     /* bytes of its date and time */
 
+/* One entry: a live block. */
 typedef struct ZylMemoryMap {
     void *address; /* the block; null in a free entry */
     uint64_t size; /* bytes asked for and extra bytes; 0 in a free entry */

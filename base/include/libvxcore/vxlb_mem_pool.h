@@ -31,6 +31,7 @@ extern "C" {
 #define VXLB_MP_DEFAULT_SLOTS 10 /* slots of a chunk when the caller gives none */
 #define VXLB_MP_CHUNK_START 1    /* bit of slot_status in a chunk's first slot */
 
+/* What a pool locks its lists with. */
 typedef pthread_mutex_t LOCK;
 
 /*
@@ -43,18 +44,19 @@ typedef struct node {
     char slot_status;  /* bit 0 is the pool's, the others are the caller's */
 } node;
 
+/* A pool. */
 typedef struct vxlb_mp_handler {
     char handler_flag;           /* 1: every list operation takes mem_pool_lock */
     int32_t num_slots_init;      /* slots in the first chunk */
     int32_t num_slots_increment; /* slots in every later chunk */
     int32_t num_slots_max;       /* most slots over all chunks; 0: no cap */
-    node *free_head;
-    node *free_tail;
-    node *busy_head;           /* oldest busy slot */
-    node *busy_tail;           /* newest busy slot */
-    int32_t slot_size;         /* bytes of a slot, header included */
-    int32_t num_malloced_slot; /* chunks so far, not slots */
-    LOCK mem_pool_lock;        /* all zero is an unlocked mutex */
+    node *free_head;             /* oldest free slot */
+    node *free_tail;             /* newest free slot */
+    node *busy_head;             /* oldest busy slot */
+    node *busy_tail;             /* newest busy slot */
+    int32_t slot_size;           /* bytes of a slot, header included */
+    int32_t num_malloced_slot;   /* chunks so far, not slots */
+    LOCK mem_pool_lock;          /* all zero is an unlocked mutex */
 } vxlb_mp_handler;
 
 /*

@@ -32,6 +32,7 @@ extern "C" {
 #define VXLB_CONTROLLER_NAME_SIZE 64 /* bytes of a controller name */
 #define VXLB_DATE_TIME_SIZE 32       /* bytes that any date-time text of the library fits */
 
+/* What is selected where nothing else is said. */
 #define VXLB_DEFAULT_WDIR "/home/maranth/work"
 #define VXLB_DEFAULT_WORKSPACE "admin"
 #define VXLB_DEFAULT_PROFILE "default"
