@@ -33,7 +33,8 @@ static int replay_all(DIR *inputs) {
     int count = 0;
     const struct dirent *entry;
     while ((entry = readdir(inputs)) != NULL) {
-        const int fd = entry->d_type == DT_DIR ? -1 : openat(dirfd(inputs), entry->d_name, O_RDONLY);
+        const int fd =
+            entry->d_type == DT_DIR ? -1 : openat(dirfd(inputs), entry->d_name, O_RDONLY);
         count += fd >= 0 && replay(fd) == 0;
     }
     return count;
