@@ -26,7 +26,7 @@ TAGGED = b'{"scenario": {"TAGS": {"_G": [["smoke", "night"]]}}}\n'
 RUNS = [['-A', '-T', 'smoke'], ['-u', 'bob', '-g'], ['-A'], ['-W', 'ws', '-g'], ['-A', '-d'],
         ['-p', 'P/S', '-T', 'night', '-k', 'a j'], ['-w', 'ws/prof', '-s', '9'],
         ['-u', 'admin', '-T', 'smoke'], ['-A', '-t', 'functional', '-g'], ['-p', 'P'],
-        ['-u', 'bob', '-s', '9', '-k', 'a'], ['-W', 'ws', '-t', 'functional']]
+        ['-W', 'ws', '-u', 'bob', '-s', '9', '-k', 'a'], ['-W', 'ws', '-t', 'functional']]
 faults = []
 
 
