@@ -6,9 +6,8 @@
 #include <libvxcore/vxlb_log.h>
 
 #include <atomic>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <string>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -19,14 +18,16 @@
 enum { CONTESTANTS = 4, RECORDS = 3, OLD_RECORDS = 20, LIMIT = 1000 };
 
 struct Gate {
-    std::atomic<int> ready, race, done;
+    std::atomic<int> ready, race;
 };
 static Gate *g_gate; // shared with the children
 static long g_lost, g_rollovers, g_foreign;
 
-static void write_record(int contestant, int number) {
-    vxlb_debug_log_ex(VXLB_LEVEL_1, VXLB_MOD_API, "file", 1, "function", "<%d %d>", contestant,
-                      number);
+static void write_records(int contestant, int count) {
+    for (int i = 0; i < count; i++) {
+        vxlb_debug_log_ex(VXLB_LEVEL_1, VXLB_MOD_API, "file", 1, "function", "<%d %d>", contestant,
+                          i);
+    }
 }
 
 static void contend(int contestant, int race) {
@@ -34,18 +35,12 @@ static void contend(int contestant, int race) {
     while (g_gate->race != race) {
         sched_yield();
     }
-    for (int i = 0; i < RECORDS; i++) {
-        write_record(contestant, i);
-    }
-    g_gate->done++;
+    write_records(contestant, RECORDS);
 }
 
-static std::string contents(const char *path) {
-    std::string text(1 << 16, '\0');
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    text.resize(fd < 0 ? 0 : static_cast<size_t>(read(fd, text.data(), text.size())));
-    close(fd);
-    return text;
+static std::string contents(const std::string &path) {
+    std::ifstream in(path);
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // An open log of old records, just over its limit.
@@ -54,19 +49,15 @@ static void prepare() {
     unlink("log");
     unlink("log.prev");
     vxlb_util_set_debug_log_size(1 << 20);
-    for (int i = 0; i < OLD_RECORDS; i++) {
-        write_record(CONTESTANTS, i);
-    }
+    write_records(CONTESTANTS, OLD_RECORDS);
     vxlb_util_set_debug_log_size(LIMIT);
 }
 
 static void look_for_all() {
-    const std::string older = contents("log.prev");
-    const std::string all = contents("log") + older;
+    const std::string older = contents("log.prev"), all = contents("log") + older;
     for (int contestant = 0; contestant <= CONTESTANTS; contestant++) {
         for (int i = 0; i < (contestant < CONTESTANTS ? RECORDS : OLD_RECORDS); i++) {
-            const std::string record =
-                "<" + std::to_string(contestant) + " " + std::to_string(i) + ">";
+            const auto record = "<" + std::to_string(contestant) + " " + std::to_string(i) + ">";
             const size_t at = all.find(record);
             g_lost += at == std::string::npos || all.find(record, at + 1) != std::string::npos;
         }
@@ -74,23 +65,25 @@ static void look_for_all() {
     g_rollovers += !older.empty();
 }
 
-static void open_gate(int race) {
-    while (g_gate->ready < CONTESTANTS) {
-        sched_yield();
-    }
-    g_gate->ready = g_gate->done = 0;
-    g_gate->race = race;
-}
-
-static void race_of_children(int race) {
+static void run_race(int number, bool is_of_children) {
+    std::vector<std::thread> threads;
     prepare();
+    g_gate->ready = 0;
     for (int contestant = 0; contestant < CONTESTANTS; contestant++) {
-        if (fork() == 0) {
-            contend(contestant, race);
+        if (!is_of_children) {
+            threads.emplace_back(contend, contestant, number);
+        } else if (fork() == 0) {
+            contend(contestant, number);
             _exit(0);
         }
     }
-    open_gate(race);
+    while (g_gate->ready < CONTESTANTS) {
+        sched_yield();
+    }
+    g_gate->race = number;
+    for (std::thread &each : threads) {
+        each.join();
+    }
     while (wait(nullptr) > 0) {
     }
     look_for_all();
@@ -98,57 +91,34 @@ static void race_of_children(int race) {
 
 // Somebody else's files get the numbers that the log gives up.
 static void open_others(const std::atomic<bool> *stop) {
-    for (int i = 0; !*stop; i++) {
-        const std::string path = "other-" + std::to_string(i % 8);
-        const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
+    while (!*stop) {
+        const int fd = open("other", O_RDWR | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
         (void)!write(fd, "mine", 4);
         sched_yield();
         close(fd);
-        g_foreign += contents(path.c_str()) != "mine";
+        g_foreign += contents("other") != "mine";
     }
 }
 
-static void races_of_threads(int first, int count) {
-    std::atomic<bool> stop = false;
-    std::thread other(open_others, &stop);
-    std::vector<std::thread> threads;
-    for (int contestant = 0; contestant < CONTESTANTS; contestant++) {
-        threads.emplace_back([=] {
-            for (int race = first; race < first + count; race++) {
-                contend(contestant, race);
-            }
-        });
-    }
-    for (int race = first; race < first + count; race++) {
-        prepare();
-        open_gate(race);
-        while (g_gate->done < CONTESTANTS) {
-            sched_yield();
-        }
-        look_for_all();
-    }
-    for (std::thread &each : threads) {
-        each.join();
-    }
-    stop = true;
-    other.join();
-}
-
-int main() {
-    const bool is_slice = getenv("SLICE") != nullptr && *getenv("SLICE") != '\0';
-    const int races = is_slice ? 200 : 20000;
+int main(int, char **argv) {
+    const int races = std::stoi(argv[1]);
     g_gate = static_cast<Gate *>(
         mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     vxlb_util_set_log_filename("log", nullptr);
     vxlb_util_set_debug_log_level(VXLB_LEVEL_1);
     vxlb_util_set_modulemask(VXLB_MOD_API);
     for (int race = 1; race <= races / 2; race++) {
-        race_of_children(race);
+        run_race(race, true);
     }
-    races_of_threads(races / 2 + 1, races - races / 2);
-    printf(
-        "10 log races: %d races of children and threads, %ld rollovers, %ld records lost or double, %ld foreign "
-        "files touched\n",
-        races, g_rollovers, g_lost, g_foreign);
+    std::atomic<bool> stop = false;
+    std::thread other(open_others, &stop);
+    for (int race = races / 2 + 1; race <= races; race++) {
+        run_race(race, false);
+    }
+    stop = true;
+    other.join();
+    printf("10 log races: %d races of children and threads, %ld rollovers, %ld records lost or "
+           "double, %ld foreign files touched\n",
+           races, g_rollovers, g_lost, g_foreign);
     return g_lost == 0 && g_foreign == 0 && g_rollovers == races ? 0 : 1;
 }
