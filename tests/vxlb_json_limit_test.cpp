@@ -1,26 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 // The module's sources once more, with limits that a test can reach and blocks that always move.
-#include <cstdlib>
-#include <cstring>
+#include "json_document.h"
+
 #include <gtest/gtest.h>
-#include <string>
 
 namespace {
 
-size_t largest_block = SIZE_MAX; // sizes beyond it can't be had
-size_t block_size = 0;           // of the last block made
+size_t g_largest_block = SIZE_MAX; // sizes beyond it can't be had
+size_t g_block_size;               // of the last block made
 
 void *moving_realloc(void *old, size_t size) {
-    if (size > largest_block) {
+    if (size > g_largest_block) {
         return nullptr;
     }
     void *block = malloc(size);
     if (old != nullptr) {
-        memcpy(block, old, std::min(size, block_size));
-        memset(old, 0xA5, block_size);
+        memcpy(block, old, std::min(size, g_block_size));
+        memset(old, 0xA5, g_block_size);
         free(old);
     }
-    block_size = size;
+    g_block_size = size;
     return block;
 }
 
@@ -35,57 +34,37 @@ void *moving_realloc(void *old, size_t size) {
 
 namespace {
 
-// Bytes of the block for these items, or 0 if no tree is built.
-uint64_t bytes_of_tree(const std::string &doc) {
-    vxlb_json_t *json = vxlb_json_init_buffer(doc.c_str(), 0, 0, nullptr);
-    vxlb_jsont *tree = vxlb_json_to_jsont(json);
-    vxlb_json_free(json);
-    const uint64_t bytes = tree == nullptr ? 0 : tree->bbm->offset;
-    if (tree != nullptr) {
-        vxlb_jsont_free(tree);
-    }
-    return bytes;
-}
-
-std::string items(int count) {
-    std::string doc = "[\"\"";
-    for (int i = 1; i < count; i++) {
-        doc += ",\"\"";
-    }
-    return doc;
+// Bytes of the block for an empty text and a last one of a given length, or 0 if no tree is built.
+uint64_t bytes_of_tree(int texts, int last) {
+    const Tree tree("[" + items(texts, "\"\"").substr(1, static_cast<size_t>(texts) * 3 - 1) +
+                    ",\"" + std::string(static_cast<size_t>(last), 'x') + "\"]");
+    return tree.root == nullptr ? 0 : tree.root->bbm->offset;
 }
 
 TEST(VxlbJsonLimit, BlockNeverPassesItsLimit) {
-    EXPECT_EQ(bytes_of_tree(items(3234) + "]"), 1U + 308 + 3234 * 309);
-    const int left = 1000000 - (1 + 308 + 3234 * 309 + 308 + 1);
-    EXPECT_EQ(left, 76);
-    EXPECT_EQ(bytes_of_tree(items(3234) + ",\"" + std::string(76, 'x') + "\"]"), 1000000U);
-    EXPECT_EQ(bytes_of_tree(items(3234) + ",\"" + std::string(77, 'x') + "\"]"), 0U);
-    EXPECT_EQ(bytes_of_tree(items(3236) + "]"), 0U);
-    EXPECT_EQ(bytes_of_tree(items(400000) + "]"), 0U);
+    const uint64_t used = 1 + 308 + 3234 * 309 + 308 + 1;
+    EXPECT_EQ(bytes_of_tree(3234, 0), used);
+    EXPECT_EQ(bytes_of_tree(3234, static_cast<int>(1000000 - used)), 1000000U);
+    EXPECT_EQ(bytes_of_tree(3234, static_cast<int>(1000001 - used)), 0U);
+    EXPECT_EQ(bytes_of_tree(3235, 0), 0U);
+    const auto work = [] {
+        g_largest_block = 33076 + 308;
+        bytes_of_tree(3000, 0);
+    };
+    EXPECT_EXIT(work(), testing::ExitedWithCode(255), "^Memory allocation failed.\n$");
 }
 
 TEST(VxlbJsonLimit, ValuesBeyondTheLimitFail) {
     for (const size_t length : {4999U, 5000U, 5001U, 9000U}) {
-        const std::string doc = "{\"a\":\"" + std::string(length, 'x') + "\"}";
-        vxlb_json_t *json = vxlb_json_init_buffer(doc.c_str(), 0, 0, nullptr);
-        vxlb_json_open_obj(json);
-        vxlb_json_next_element(json);
+        const Handle h("{\"a\":\"" + std::string(length, 'x') + "\"}", 0);
+        vxlb_json_open_obj(h.json);
+        vxlb_json_next_element(h.json);
         int size = -1;
         const bool fits = length <= 5000;
-        EXPECT_EQ(vxlb_json_element_value(json, &size, 0, 0) != nullptr, fits);
+        EXPECT_EQ(vxlb_json_element_value(h.json, &size, 0, 0) != nullptr, fits);
         EXPECT_EQ(size, fits ? static_cast<int>(length) : 0);
-        EXPECT_EQ(json->error, fits ? 0 : 7);
-        vxlb_json_free(json);
+        EXPECT_EQ(h.json->error, fits ? 0 : 7);
     }
-}
-
-TEST(VxlbJsonLimit, ExhaustionEndsTheProcess) {
-    const auto work = [] {
-        largest_block = 33076 + 308;
-        bytes_of_tree(items(3000) + "]");
-    };
-    EXPECT_EXIT(work(), testing::ExitedWithCode(255), "^Memory allocation failed.\n$");
 }
 
 TEST(VxlbJsonLimit, LargeStepsAreTakenOnlyWhereThereIsRoom) {
@@ -102,30 +81,19 @@ TEST(VxlbJsonLimit, LargeStepsAreTakenOnlyWhereThereIsRoom) {
     EXPECT_EQ(grown_to((1 << 20) - 32767), 1572865U); // by half, for a part of a document
     b.takes_whole = true;
     EXPECT_EQ(grown_to((1 << 20) - 32767), 4250000U); // to four times, and a bit
-    largest_block = 1900000;
+    g_largest_block = 1900000;
     EXPECT_EQ(grown_to(1600000), 1632768U);
-    largest_block = SIZE_MAX;
+    g_largest_block = SIZE_MAX;
     free(bbm.mem);
 }
 
-// Build the tree of the first item of a list: a part of a document, whose block grows in small steps.
-BBM tree_of_item(const std::string &doc, bool links_are_pointers) {
-    BBM bbm = {};
-    vxlb_json_t *json = vxlb_json_init_buffer(doc.c_str(), 0, 0, nullptr);
-    vxlb_json_open_array(json);
-    vxlb_json_next_array_item(json);
-    EXPECT_EQ(build(json, 0, &bbm, false, links_are_pointers), 1U);
-    vxlb_json_free(json);
-    return bbm;
-}
-
 TEST(VxlbJsonLimit, PointersMoveWithTheBlock) {
-    std::string doc = "[{\"first\":0";
-    for (int i = 0; i < 300; i++) {
-        doc += R"(,"list":[{"a":["x\\ny",""],"b":{"c":1}}],"d":[])";
+    const Handle h("[" + items(300, R"({"a":[{"a":["x\\ny",""],"b":{"c":1}}],"d":[]})") + "]", 0);
+    BBM offsets = {}, pointers = {};
+    for (BBM *bbm : {&offsets, &pointers}) { // a part of a document: the block grows in small steps
+        vxlb_json_goto_array_item(h.json, 0);
+        EXPECT_EQ(build(h.json, 0, bbm, false, bbm == &pointers), 1U);
     }
-    const BBM offsets = tree_of_item(doc + "}]", false);
-    const BBM pointers = tree_of_item(doc + "}]", true);
     ASSERT_EQ(offsets.offset, pointers.offset);
     const auto expect_link = [&](const void *link, uintptr_t offset) {
         EXPECT_EQ(link, offset == 0 ? nullptr : pointers.mem + offset);
