@@ -88,10 +88,12 @@ TEST(VxlbJsonLimit, LargeStepsAreTakenOnlyWhereThereIsRoom) {
 }
 
 TEST(VxlbJsonLimit, PointersMoveWithTheBlock) {
-    const Handle h("[" + items(300, R"({"a":[{"a":["x\\ny",""],"b":{"c":1}}],"d":[]})") + "]", 0);
+    const std::string list = items(300, R"({"a":[{"a":["x\\ny",""],"b":{"c":1}}],"d":[]})");
     BBM offsets = {}, pointers = {};
     for (BBM *bbm : {&offsets, &pointers}) { // a part of a document: the block grows in small steps
-        vxlb_json_goto_array_item(h.json, 0);
+        const Handle h("[" + list + "]", 0);
+        vxlb_json_open_array(h.json);
+        vxlb_json_next_array_item(h.json);
         EXPECT_EQ(build(h.json, 0, bbm, false, bbm == &pointers), 1U);
     }
     ASSERT_EQ(offsets.offset, pointers.offset);
