@@ -80,7 +80,7 @@ _vxu_show_scenarios_directories() {
     local names=("$1/$2"*/) i
     [[ -d ${names[0]} ]] || return
     names=("${names[@]%/}")
-    names=("${names[@]#"$1/"}")
+    names=("${names[@]##*/}")
     if [[ ${names[*]} == *[[:cntrl:]]* ]]; then
         for i in "${!names[@]}"; do
             [[ ${names[i]} == *[[:cntrl:]]* ]] && unset "names[i]"
