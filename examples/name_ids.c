@@ -13,8 +13,7 @@ int main(int argc, char **argv) {
     }
     for (int i = 1; i < argc; i++) {
         int new_name;
-        unsigned int id =
-            vxlb_get_or_set_norm_id(&ids, argv[i], (int)strlen(argv[i]), &new_name);
+        unsigned int id = vxlb_get_or_set_norm_id(&ids, argv[i], (int)strlen(argv[i]), &new_name);
         printf("%s has id %u%s\n", argv[i], id, new_name ? "" : ", as before");
     }
     for (int id = 0; id <= ids.prev_id; id++) {
