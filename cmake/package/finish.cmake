@@ -45,7 +45,8 @@ function(finish_tarball package)
   get_filename_component(top ${CPACK_TEMPORARY_DIRECTORY} DIRECTORY)
   get_filename_component(name ${CPACK_TEMPORARY_DIRECTORY} NAME)
   execute_process(
-    COMMAND tar -C ${top} --sort=name --format=gnu --owner=0 --group=0 --numeric-owner -cf - ${name}
+    COMMAND tar -C ${top} --sort=name --format=gnu --owner=0 --group=0 --numeric-owner
+      --mode=u=rwX,go=rX -cf - ${name}
     COMMAND gzip -9n OUTPUT_FILE ${package} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 

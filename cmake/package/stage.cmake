@@ -40,6 +40,4 @@ foreach(component IN ITEMS command library development)
   file(GLOB pages ${share}/man/man?/*)
   execute_process(COMMAND gzip -9n ${pages} ${doc}/changelog ${doc}/changelog.Debian
     COMMAND_ERROR_IS_FATAL ANY)
-  execute_process(COMMAND chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_DIRECTORY}/${component}
-    COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
