@@ -19,12 +19,12 @@ if(TARGET vxu_show_scenarios)
   install(TARGETS vxu_show_scenarios DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT command)
   file(GLOB vx_pages CONFIGURE_DEPENDS man/*.1)
   install(FILES ${vx_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT command)
-  install(FILES completions/vxu_show_scenarios.bash OPTIONAL RENAME vxu_show_scenarios
+  install(FILES completions/vxu_show_scenarios.bash RENAME vxu_show_scenarios
     COMPONENT command
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  install(FILES completions/_vxu_show_scenarios OPTIONAL COMPONENT command
+  install(FILES completions/_vxu_show_scenarios COMPONENT command
     DESTINATION ${VX_ZSH_COMPLETIONS_DIR})
-  install(FILES completions/vxu_show_scenarios.fish OPTIONAL COMPONENT command
+  install(FILES completions/vxu_show_scenarios.fish COMPONENT command
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
   install(FILES README.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT command)
   file(GLOB vx_examples CONFIGURE_DEPENDS examples/*.awk examples/*.sh)
