@@ -270,11 +270,13 @@ bool read_at_once(const tree_entry &entry, const struct stat &file, text_buffer 
     if (fd < 0) {
         return false;
     }
-    // One byte more than there should be tells whether the file has grown.
+    // One byte more than there should be tells whether the file has grown. It becomes a newline: from
+    // memory, unlike from a file, the parser refuses a value that ends with the input.
     text->length = static_cast<size_t>(file.st_size);
     reserve(text, text->length + 1);
     const ssize_t got = read(fd, text->bytes, text->length + 1);
     close(fd);
+    text->bytes[text->length] = '\n';
     return got == file.st_size;
 }
 
@@ -338,7 +340,7 @@ bool is_tag_present(const tree_entry &entry, const struct stat &file) {
     const bool is_in_memory = is_read && !begins_array(g_text.view());
     const std::unique_ptr<vxlb_json_t, release_json> json(
         is_in_memory
-            ? vxlb_json_init_buffer(g_text.bytes, MAX_NESTING, static_cast<int>(g_text.length),
+            ? vxlb_json_init_buffer(g_text.bytes, MAX_NESTING, static_cast<int>(g_text.length) + 1,
                                     &error)
             : vxlb_json_init(entry.path.data(), MAX_NESTING, window_for(file.st_size), &error));
     if (json == nullptr) {
