@@ -98,6 +98,16 @@ def tags():
     yield from (b'Smoke\\u0054est', b'Smoke\0' + b'0054est', b'caf\\u00e9', b'\\u00g0', b'\\u', b'a\0b')
 
 
+def tag_match():
+    documents = DOCUMENTS + [b'{"scenario":{"TAGS":{"_G":[["Smoke\\u0054est","b"]]}}}',
+                             b'{"scenario":{"TAGS":{"_G":[["t0"]]}},"u":"x\\\\"}"',
+                             b'[{"scenario":{"TAGS":{"_G":[["t0"]]}}}]']
+    for word in (b'smoke', b'T0', b't', b''):
+        yield from (bytes([0, len(word)]) + word + b'\xff' + document for document in documents)
+        yield from (bytes([0, len(word)]) + word + b'\0' + tag for tag in (
+            b'"Smoke"', b'"a","S\\u006doke"', b'"sm\\noke"', b'"sm\\', b'"' + b'x' * 100 + b'smOKE"', b'1,"t0"'))
+
+
 def tokens():
     for token, text in itertools.product((b'/', b'|', b' ', b'ab', b''),
                                          (b'', b'a/b', b'//a//b/', b'"a"/b/c', b'"a/b', b'""', b'"', b'""x"/y',
@@ -159,7 +169,7 @@ def write(directory, inputs):
 
 
 def seeds():
-    return {'json_moves': moves(), 'json_tree': tree(), 'json_expr': expr(), 'json_edit': edit(), 'tags': tags(),
+    return {'json_moves': moves(), 'json_tree': tree(), 'json_expr': expr(), 'json_edit': edit(), 'tags': tags(), 'tag_match': tag_match(),
             'tokens': tokens(), 'log_settings': log_settings(), 'escapes': escapes(), 'pool': pool(),
             'norm_ids': norm_ids(), 'log': log(), 'command': command()}
 
