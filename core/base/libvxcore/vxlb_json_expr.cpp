@@ -38,14 +38,27 @@ static int leading_int(const char *text) {
 
 // ---- Node walk ----
 
-// Cut a segment at its "[" and return the index behind it.
-static int cut_index(char *segment) {
-    char *bracket = strchr(segment, '[');
-    if (bracket == nullptr) {
-        return NO_INDEX;
+static bool ends_segment(char c) {
+    return c == '.' || c == '\0';
+}
+
+static bool ends_name(char c) {
+    return c == '[' || ends_segment(c);
+}
+
+// Take the index behind a segment's name, if there is one, and go to the segment's end.
+static const char *take_index(const char *p, int *index) {
+    *index = NO_INDEX;
+    if (*p != '[') {
+        return p;
     }
-    *bracket = '\0';
-    return leading_int(bracket + 1);
+    const char digit = p[1];
+    const bool is_plain = digit >= '0' && digit <= '9' && p[2] == ']';
+    *index = is_plain ? digit - '0' : leading_int(p + 1);
+    while (!ends_segment(*p)) {
+        p++;
+    }
+    return p;
 }
 
 // Item of an array; a negative index stands for the first one.
@@ -60,10 +73,22 @@ static vxlb_jsont *item_at(vxlb_jsont *array, int index) {
     return item;
 }
 
-static vxlb_jsont *counted_child_named(vxlb_jsont *node, const char *name) {
+// Where the segment at p ends if it says this name, else null.
+static const char *match_name(const char *p, const char *name) {
+    while (*p == *name && !ends_name(*p)) {
+        p++;
+        name++;
+    }
+    return *name == '\0' && ends_name(*p) ? p : nullptr;
+}
+
+// The first counted child that the segment at *at names; *at goes behind the name.
+static vxlb_jsont *counted_child(const vxlb_jsont *node, const char **at) {
     vxlb_jsont *child = node->children;
-    for (int i = 0; i < node->numChild; i++) {
-        if (strcmp(child->name, name) == 0) {
+    for (int i = node->numChild; i > 0; i--) {
+        const char *end = match_name(*at, child->name);
+        if (end != nullptr) {
+            *at = end;
             return child;
         }
         child = child->next_sib;
@@ -71,29 +96,48 @@ static vxlb_jsont *counted_child_named(vxlb_jsont *node, const char *name) {
     return nullptr;
 }
 
-vxlb_jsont *vxlb_jsont_eval_expr(vxlb_jsont *jsont, const char *expr) {
-    char text[WALK_EXPR_SIZE];
-    const size_t length = strnlen(expr, sizeof text - 1);
-    memcpy(text, expr, length);
-    text[length] = '\0';
-    char *segments[WALK_SEGMENTS];
-    const int count = get_tokens(text, segments, ".", WALK_SEGMENTS);
-    vxlb_jsont *node = count > 0 ? jsont : nullptr;
-    for (int i = 0; i < count && node != nullptr; i++) {
-        const bool is_last = i == count - 1;
-        const int index = cut_index(segments[i]);
-        if (i > 0) {
-            node = counted_child_named(node, segments[i]);
-        }
-        if (node != nullptr && node->type == VXLB_JSON_ARRAY) {
-            if (index != NO_INDEX) {
-                node = item_at(node, index);
-            } else if (!is_last) {
-                node = nullptr;
-            }
-        }
+// Segments are compared where they stand, and nothing is copied. *at tells how far the walk has read.
+static vxlb_jsont *walk(vxlb_jsont *node, const char **at) {
+    const char *p = *at;
+    p += strspn(p, ".");
+    if (*p == '\0') {
+        return nullptr;
     }
+    while (!ends_name(*p)) {
+        p++;
+    }
+    for (int count = 1; node != nullptr; count++) {
+        int index = NO_INDEX;
+        p = take_index(p, &index);
+        while (*p == '.') {
+            p++;
+        }
+        const bool is_last = *p == '\0' || count == WALK_SEGMENTS;
+        if (node->type == VXLB_JSON_ARRAY && (index != NO_INDEX || !is_last)) {
+            node = index == NO_INDEX ? nullptr : item_at(node, index);
+        }
+        if (is_last) {
+            break;
+        }
+        node = node == nullptr ? nullptr : counted_child(node, &p);
+    }
+    *at = p;
     return node;
+}
+
+vxlb_jsont *vxlb_jsont_eval_expr(vxlb_jsont *jsont, const char *expr) {
+    const char *at = expr;
+    vxlb_jsont *found = walk(jsont, &at);
+    if ((found != nullptr && at - expr < WALK_EXPR_SIZE) ||
+        strnlen(expr, WALK_EXPR_SIZE) < WALK_EXPR_SIZE) {
+        return found;
+    }
+    // Longer than what counts: once more, with the beginning alone.
+    char text[WALK_EXPR_SIZE];
+    memcpy(text, expr, sizeof text - 1);
+    text[sizeof text - 1] = '\0';
+    at = text;
+    return walk(jsont, &at);
 }
 
 // ---- Compiling ----
