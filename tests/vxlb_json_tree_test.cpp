@@ -122,7 +122,7 @@ TEST(VxlbJsonTree, BlockGrowsAsDocumented) {
 }
 
 TEST(VxlbJsonTree, ChildrenBeyond32767AreChainedOnly) {
-    for (const int count : {32766, 32767, 32768, 65537}) {
+    for (const int count : {32766, 32767, 32768, 32769, 65535, 65536, 65537}) {
         const Tree tree(items(count));
         int chained = 0;
         for (const vxlb_jsont *item = tree.root->children; item != nullptr; item = item->next_sib) {

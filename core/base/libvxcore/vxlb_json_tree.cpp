@@ -38,7 +38,7 @@ enum : uint64_t {
     BLOCK_HEADROOM = 32768,
     BLOCK_LARGE = 1 << 20,
     BLOCK_MAPPED = 256 << 10, // malloc maps such a block, unless it has learnt from a larger one
-    BLOCK_HUGE = 32 << 20,    // and from this size on, always
+    BLOCK_HUGE = 8 << 20,     // and large pages are worth their while
     PAGE = 4096,
     TREE_BYTES_PER_BYTE = 20 // a generous guess of what one byte of text takes in the block
 };
@@ -123,9 +123,9 @@ static uint64_t size_to_have(const builder *b, uint64_t least) {
     return std::clamp(expected + expected / 16, least + least / 2, least * 64);
 }
 
-// A block of this size is a mapping of its own, of pages that nobody has touched: have them by the large
-// page where the system has such. All of the mapping is named, its first page too, since one that is
-// of two kinds can't be resized.
+// A block of this size is a mapping of its own, at least the first time, of pages that nobody has touched:
+// have them by the large page where the system has such. All of the mapping is named, its first page
+// too, since one that is of two kinds can't be resized.
 static void use_large_pages(const BBM *bbm) {
     const auto mem = reinterpret_cast<uintptr_t>(bbm->mem);
     const size_t before = mem % PAGE;
