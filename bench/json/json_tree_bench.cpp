@@ -2,14 +2,12 @@
 //
 // A tree built from a text in memory and released again, beside other libraries and beside a floor.
 //
-// Every sample is taken in a child of its own, so that no allocator inherits the heap that another one
-// left behind; contenders take turns. JSON_BENCH_DATA may name a directory of further *.json files.
+// JSON_BENCH_DATA may name a directory of further *.json files.
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <dirent.h>
 #include <fstream>
 #include <iterator>
@@ -20,6 +18,7 @@
 
 #include <libvxcore/vxlb_json_parser.h>
 
+#include "compare.h"
 #include "documents.h"
 
 #ifdef VX_HAVE_SIMDJSON
@@ -161,13 +160,7 @@ constexpr Contender contenders[] = {
 #endif
 };
 
-double cpu_seconds() {
-    timespec now = {};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
-// Microseconds of CPU time for one text, after two rounds that don't count.
+// Seconds of CPU time for one text, after two rounds that don't count.
 double timed(Work work, const Document &doc, int rounds) {
     for (int i = 0; i < 2; i++) {
         if (!work(doc.text)) {
@@ -175,13 +168,14 @@ double timed(Work work, const Document &doc, int rounds) {
             exit(1);
         }
     }
-    const double start = cpu_seconds();
+    const double start = compare::cpu_seconds();
     for (int i = 0; i < rounds; i++) {
         work(doc.text);
     }
-    return (cpu_seconds() - start) * 1e6 / rounds;
+    return (compare::cpu_seconds() - start) / rounds;
 }
 
+// The same in a child, so that no allocator inherits the heap that another one has left behind.
 double sample(Work work, const Document &doc, int rounds) {
     int ends[2];
     if (pipe(ends) != 0) {
@@ -203,48 +197,38 @@ double sample(Work work, const Document &doc, int rounds) {
     return took;
 }
 
-double at_part(std::vector<double> values, double part) {
-    std::sort(values.begin(), values.end());
-    return values[static_cast<size_t>(part * static_cast<double>(values.size() - 1))];
-}
-
-void print_ratio(const Document &doc, const Contender &c, const std::vector<double> &us,
-                 const std::vector<double> &them) {
-    std::vector<double> ratios;
-    for (size_t i = 0; i < us.size(); i++) {
-        ratios.push_back(us[i] / them[i]);
-    }
-    const double mine = at_part(us, 0.5);
-    const double theirs = at_part(them, 0.5);
-    const double noise = (at_part(ratios, 0.75) - at_part(ratios, 0.25)) / at_part(ratios, 0.5);
-    const char *want = c.is_floor ? "<=1.6" : doc.must_win ? "<1" : "";
-    printf("{\"group\":\"json\",\"work\":\"tree of %s\",\"against\":\"%s\",\"ratio\":%.3f,"
-           "\"noise\":%.3f,\"want\":\"%s\",\"ours\":%.2f,\"theirs\":%.2f,\"unit\":\"us CPU\"}\n",
-           doc.name.c_str(), c.name, mine / theirs, noise, want, mine, theirs);
-}
-
-void measure(const Document &doc, int samples) {
+void measure(const Document &doc) {
+    const compare::Work work = {"json", "tree of " + doc.name};
     const int rounds = static_cast<int>(std::max<size_t>(2, 1000000 / doc.text.size()));
-#ifdef VX_HAVE_SIMDJSON
-    Floor arm(doc.text);
-    floor_arm = &arm;
-#endif
-    constexpr size_t count = std::size(contenders);
-    std::vector<double> us, them[count];
-    for (int i = 0; i < samples; i++) {
-        us.push_back(sample(ours, doc, rounds));
-        for (size_t c = 0; c < count; c++) {
-            if (contenders[c].work != nullptr) {
-                them[c].push_back(sample(contenders[c].work, doc, rounds));
-            }
+    std::vector<compare::Arm> arms = {{"ours", "", [&doc] { ours(doc.text); }}};
+    std::vector<Work> works = {ours};
+    for (const Contender &c : contenders) {
+        if (c.work == nullptr) {
+            compare::missing(work, c.name);
+            continue;
+        }
+        const char *want = c.is_floor ? "<=1.6" : doc.must_win ? "<1" : "";
+        arms.push_back({c.name, want, [&doc, &c] { c.work(doc.text); }});
+        works.push_back(c.work);
+    }
+    if (!compare::once_work().empty()) {
+        compare::arms(work, arms);
+        return;
+    }
+    std::vector<std::vector<double>> times(works.size());
+    for (int i = compare::is_quick() ? 5 : 21; i > 0; i--) {
+        for (size_t arm = 0; arm < works.size(); arm++) {
+            times[arm].push_back(sample(works[arm], doc, rounds));
         }
     }
-    for (size_t c = 0; c < count; c++) {
-        if (contenders[c].work != nullptr) {
-            print_ratio(doc, contenders[c], us, them[c]);
-        }
+    for (size_t arm = 1; arm < works.size(); arm++) {
+        compare::report(work, work.name, arms[arm], compare::median(times[0]),
+                        compare::median(times[arm]), compare::noise_of(times[0], times[arm]),
+                        "s CPU");
     }
-    fflush(stdout);
+    if (!compare::is_quick()) {
+        compare::compare_instructions(work, arms);
+    }
 }
 
 #ifdef VX_HAVE_SIMDJSON
@@ -263,6 +247,9 @@ bool same_trees(const vxlb_jsont *a, const vxlb_jsont *b) {
 
 // The floor is one only if it writes the same tree.
 void check_floor(const Document &doc) {
+    if (!compare::once_work().empty()) {
+        return;
+    }
     vxlb_json_t *json =
         vxlb_json_init_buffer(doc.text.data(), 0, static_cast<int>(doc.text.size()), nullptr);
     vxlb_jsont *tree = vxlb_json_to_jsont(json);
@@ -303,8 +290,9 @@ void add_files(std::vector<Document> *docs, const char *directory) {
 
 } // namespace
 
-int main() {
-    const bool quick = getenv("QUICK") != nullptr;
+int main(int argc, char **argv) {
+    compare::init(argc, argv);
+    const bool quick = compare::is_quick();
     std::vector<Document> docs = {
         {"a scenario of 7 KB", scenario_document(7000, 1), true},
         {"a scenario of 100 KB", scenario_document(100000, 2), true},
@@ -315,14 +303,13 @@ int main() {
     if (const char *directory = getenv("JSON_BENCH_DATA")) {
         add_files(&docs, directory);
     }
-    for (const Contender &c : contenders) {
-        if (c.work == nullptr) {
-            printf("{\"group\":\"json\",\"against\":\"%s\",\"missing\":true}\n", c.name);
-        }
-    }
     for (const Document &doc : docs) {
+#ifdef VX_HAVE_SIMDJSON
+        Floor arm(doc.text);
+        floor_arm = &arm;
+#endif
         check_floor(doc);
-        measure(doc, quick ? 5 : 21);
+        measure(doc);
     }
     return 0;
 }
