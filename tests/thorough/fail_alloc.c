@@ -17,33 +17,22 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 void *__libc_malloc(size_t size);
-void *__libc_memalign(size_t alignment, size_t size);
 void __libc_free(void *block);
 
 static long count, live, fail_at, fail_from;
 static int is_looking_up; /* in the name service */
 
-static long number_of(const char *name) {
-    const char *text = getenv(name);
-    return text == NULL ? 0 : atol(text);
-}
-
 __attribute__((constructor)) static void begin(void) {
-    fail_at = number_of("FAIL_AT");
-    fail_from = number_of("FAIL_FROM");
+    fail_at = atol(getenv("FAIL_AT"));
+    fail_from = atol(getenv("FAIL_FROM"));
     unsetenv("LD_PRELOAD");
     count = live = 0;
 }
 
 __attribute__((destructor)) static void end(void) {
-    char text[64];
-    const int length = snprintf(text, sizeof text, "allocations: %ld, held: %ld\n", count, live);
-    if (write(STDERR_FILENO, text, (size_t)length) != length) {
-        _exit(125);
-    }
+    dprintf(2, "allocations: %ld, held: %ld\n", count, live);
 }
 
 static int fails(void) {
@@ -59,32 +48,15 @@ void *malloc(size_t size) {
     return block;
 }
 
-#define LOOK_UP(type, name, id_type)                              \
-    struct type *name(id_type id) {                               \
-        struct type *(*const real)(id_type) =                     \
-            (struct type * (*)(id_type)) dlsym(RTLD_NEXT, #name); \
-        struct type *found = NULL;                                \
-        if (!fails()) {                                           \
-            is_looking_up = 1;                                    \
-            found = real(id);                                     \
-            is_looking_up = 0;                                    \
-        }                                                         \
-        return found;                                             \
-    }
-LOOK_UP(passwd, getpwuid, uid_t)
-LOOK_UP(group, getgrgid, gid_t)
-
 void *calloc(size_t number, size_t size) {
-    size_t total;
-    void *block = __builtin_mul_overflow(number, size, &total) ? NULL : malloc(total);
-    return block == NULL ? NULL : memset(block, 0, total);
+    void *block = malloc(number * size); /* the sizes asked for here don't overflow */
+    return block == NULL ? NULL : memset(block, 0, number * size);
 }
 
 void free(void *block) {
     if (block != NULL) {
         live--;
-        memset(block, 0xDB, malloc_usable_size(block));
-        __libc_free(block);
+        __libc_free(memset(block, 0xDB, malloc_usable_size(block)));
     }
 }
 
@@ -96,4 +68,20 @@ void *realloc(void *old, size_t size) {
         free(old);
     }
     return block;
+}
+
+static void *look_up(const char *function, unsigned int id) {
+    void *(*const real)(unsigned int) = (void *(*)(unsigned int))dlsym(RTLD_NEXT, function);
+    is_looking_up = !fails();
+    void *found = is_looking_up ? real(id) : NULL;
+    is_looking_up = 0;
+    return found;
+}
+
+struct passwd *getpwuid(uid_t id) {
+    return look_up("getpwuid", id);
+}
+
+struct group *getgrgid(gid_t id) {
+    return look_up("getgrgid", id);
 }
