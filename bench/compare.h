@@ -26,7 +26,7 @@
 #include <utility>
 #include <vector>
 
-namespace compare {
+namespace rounds {
 
 // run() is timed; before() and after() are not, and may be left empty.
 struct Arm {
@@ -197,6 +197,6 @@ inline void arms(const Work &work, const std::vector<Arm> &arms) {
     }
 }
 
-} // namespace compare
+} // namespace rounds
 
 #endif

@@ -4,6 +4,7 @@
 #include <libvxcore/vxlb_alloc.h>
 #include <libvxcore/vxlb_get_norm_obj_id.h>
 
+#include <algorithm>
 #include <climits>
 #include <deque>
 #include <map>
@@ -126,6 +127,49 @@ TEST(VxlbNormId, BehavesAsListsOfNames) {
             ASSERT_EQ(last, table.prev_id);
             for (const auto &[present, id] : names) {
                 ASSERT_EQ(id, vxlb_get_norm_id(&table, present.c_str(), 3));
+            }
+        }
+    }
+}
+
+// Lengths that are not the text's are hashed over the whole text, and stored and compared over what
+// was said, up to a NUL.
+TEST(VxlbNormId, ComparesWhatTheLengthsSay) {
+    struct Stored {
+        std::string text; // with what stands behind the NUL
+        int id;
+    };
+    std::mt19937 random(3);
+    for (int round = 0; round < 300; round++) {
+        Table table(1 << round % 6);
+        std::map<int, std::vector<Stored>> buckets;
+        int last = -1;
+        for (int i = 0; i < 40; i++) {
+            char name[24] = "";
+            for (size_t c = 0, len = 1 + random() % 20; c < len; c++) {
+                name[c] = random() % 12 == 0 ? '\xff' : static_cast<char>('a' + random() % 2);
+            }
+            const int len = random() % 3 != 0 ? static_cast<int>(strlen(name))
+                                              : static_cast<int>(1 + random() % 22);
+            uint64_t hash = 2166136261;
+            for (const char *c = name; *c != '\0'; c++) {
+                hash = (hash ^ static_cast<unsigned char>(*c)) * 16777619;
+            }
+            const int bucket = static_cast<int>(hash % static_cast<uint64_t>(table.prime));
+            ASSERT_EQ(bucket, vxlb_get_hash_index_ex(name, len, table.size, table.prime));
+            std::vector<Stored> &chain = buckets[bucket];
+            const std::string text(name, static_cast<size_t>(len));
+            const auto at = std::find_if(chain.begin(), chain.end(), [&](const Stored &stored) {
+                return stored.text.size() == text.size() &&
+                       strncmp(stored.text.data(), text.data(), text.size()) == 0;
+            });
+            const bool is_known = at != chain.end();
+            ASSERT_EQ(is_known ? at->id : -2, vxlb_get_norm_id(&table, name, len));
+            const int id = is_known ? at->id : ++last;
+            ASSERT_EQ(static_cast<unsigned>(id),
+                      vxlb_get_or_gen_norm_id(&table, name, len, nullptr));
+            if (!is_known) {
+                chain.push_back({text, id});
             }
         }
     }

@@ -83,18 +83,18 @@ void bare_tests() {
 } // namespace
 
 int main(int argc, char **argv) {
-    compare::init(argc, argv);
+    rounds::init(argc, argv);
     for (const size_t size : {24, 100, 1000, 4000, 40000}) {
         const std::string bytes = std::to_string(size) + " bytes";
-        compare::arms({.group = "alloc", .name = "tracked pair, " + bytes, .items = PAIRS},
-                      {{"ours", "", [=] { tracked_pairs(size); }},
-                       {"malloc and free", "<=1.20", [=] { plain_pairs(size); }}});
-        compare::arms({.group = "alloc", .name = "tracked burst, " + bytes, .items = PAIRS},
-                      {{"ours", "", [=] { tracked_bursts(size); }},
-                       {"malloc and free", "<=1.20", [=] { plain_bursts(size); }}});
+        rounds::arms({.group = "alloc", .name = "tracked pair, " + bytes, .items = PAIRS},
+                     {{"ours", "", [=] { tracked_pairs(size); }},
+                      {"malloc and free", "<=1.20", [=] { plain_pairs(size); }}});
+        rounds::arms({.group = "alloc", .name = "tracked burst, " + bytes, .items = PAIRS},
+                     {{"ours", "", [=] { tracked_bursts(size); }},
+                      {"malloc and free", "<=1.20", [=] { plain_bursts(size); }}});
     }
-    compare::arms({.group = "log", .name = "disabled trace", .items = PAIRS},
-                  {{"ours", "", [] { disabled_traces(); }},
-                   {"test of two globals", "<=1.10", [] { bare_tests(); }}});
+    rounds::arms({.group = "log", .name = "disabled trace", .items = PAIRS},
+                 {{"ours", "", [] { disabled_traces(); }},
+                  {"test of two globals", "<=1.10", [] { bare_tests(); }}});
     return 0;
 }

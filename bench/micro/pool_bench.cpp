@@ -124,7 +124,7 @@ void measure(const std::string &pattern, size_t size) {
     vxlb_mp_create(&pool);
     bare_init(&bare, size);
     std::pmr::unsynchronized_pool_resource resource;
-    compare::arms(
+    rounds::arms(
         {.group = "pool", .name = pattern + ", " + std::to_string(size) + " bytes", .items = PAIRS},
         {{"ours", "",
           [&] {
@@ -155,7 +155,7 @@ void measure(const std::string &pattern, size_t size) {
 } // namespace
 
 int main(int argc, char **argv) {
-    compare::init(argc, argv);
+    rounds::init(argc, argv);
     for (const char *pattern : {"pair", "queue", "burst"}) {
         for (const size_t size : {48, 256, 1024}) {
             measure(pattern, size);

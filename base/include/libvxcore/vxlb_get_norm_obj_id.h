@@ -45,6 +45,7 @@ typedef struct NormTable {
     struct NormTable *prev;
     struct NormTable *next;
     char slot_status;
+    uint32_t mark;             /* the table's own: saves it from comparing most other names */
     int64_t str;               /* offset of the name in bigbuf; -1: empty bucket head */
     int32_t len;               /* bytes of the name, without its NUL */
     int32_t idx;               /* the normalized id */

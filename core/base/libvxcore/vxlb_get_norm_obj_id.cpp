@@ -25,12 +25,19 @@ enum { SIZE_LIMIT = 1 << 30 };
 #define TRACE(...) \
     vxlb_debug_log_ex(VXLB_LEVEL_2, VXLB_MOD_MISC, __FILE__, __LINE__, __func__, __VA_ARGS__)
 
+// A name with what the walk wants to know of it.
+typedef struct Name {
+    const char *text;
+    int len;
+    int hash;      // bucket; negative when the table or the length is not valid
+    uint32_t mark; // of the hash, never 0; 0: none, because the text is not as long as said
+} Name;
+
 // Where a name is, or where it would go.
 typedef struct Place {
-    int hash;         // bucket; negative when the table or the length is not valid
-    int depth;        // entries of the bucket that were passed
     NormTable *found; // the name's entry, or null
     NormTable *last;  // the entry passed last, or null
+    int depth;        // entries of the bucket that were passed
 } Place;
 
 int vxlb_change_to_2_power_n(int value) {
@@ -60,29 +67,88 @@ int get_prime(int n) {
     return n > 1 ? n : 1;
 }
 
+static inline uint64_t hash_byte(uint64_t hash, char byte) {
+    return (hash ^ static_cast<unsigned char>(byte)) * 16777619;
+}
+
+// FNV-1a. Eight bytes a turn leave the processor room to begin with the next name while this one's
+// entry is on its way from memory.
+static inline uint64_t hash_text(const char *text, size_t len) {
+    enum { TURN = 8 };
+    uint64_t hash = 2166136261;
+    const char *const end = text + len;
+    for (; end - text >= TURN; text += TURN) {
+        for (int i = 0; i < TURN; i++) {
+            hash = hash_byte(hash, text[i]);
+        }
+    }
+    for (; text != end; text++) {
+        hash = hash_byte(hash, *text);
+    }
+    return hash;
+}
+
 int vxlb_get_hash_index_ex(const char *str, int len, int size, int prime) {
     if (str == nullptr || len < 1 || size < 1 || prime < 1) {
         return -1;
     }
-    uint64_t hash = 2166136261;
-    for (; *str != '\0'; str++) {
-        hash = (hash ^ static_cast<unsigned char>(*str)) * 16777619;
+    return static_cast<int>(hash_text(str, strlen(str)) % static_cast<uint64_t>(prime));
+}
+
+__extension__ typedef unsigned __int128 uint128;
+
+// What takes the place of a division by a prime. A thread mostly works with one table at a time.
+typedef struct Divisor {
+    uint64_t prime;
+    uint64_t reciprocal;
+} Divisor;
+
+static __thread Divisor last_divisor;
+
+// hash % prime by multiplication; the quotient may be one too small.
+static inline uint64_t remainder_of(uint64_t hash, uint64_t prime) {
+    Divisor *const divisor = &last_divisor;
+    if (divisor->prime != prime) {
+        *divisor = {prime, UINT64_MAX / prime};
     }
-    return static_cast<int>(hash % static_cast<uint64_t>(prime));
+    const uint64_t quotient = static_cast<uint64_t>((uint128{hash} * divisor->reciprocal) >> 64);
+    const uint64_t rest = hash - quotient * prime;
+    return rest >= prime ? rest - prime : rest;
 }
 
-static bool is_named(const NormObjKey *key, const NormTable *entry, const char *name, int len) {
-    return entry->len == len &&
-           strncmp(key->bigbuf.buffer + entry->str, name, static_cast<size_t>(len)) == 0;
+static inline Name name_of(const NormObjKey *key, const char *text, int len) {
+    if (len < 1 || key->size < 1 || key->prime < 1) {
+        return {text, len, -1, 0};
+    }
+    const size_t text_len = strlen(text);
+    const uint64_t hash = hash_text(text, text_len);
+    const int bucket = static_cast<int>(remainder_of(hash, static_cast<uint64_t>(key->prime)));
+    return {text, len, bucket,
+            text_len == static_cast<size_t>(len) ? static_cast<uint32_t>(hash) | 1 : 0};
 }
 
-static Place find(const NormObjKey *key, const char *name, int len) {
-    Place place = {vxlb_get_hash_index_ex(name, len, key->size, key->prime), 0, nullptr, nullptr};
-    if (place.hash < 0 || key->nt[place.hash].str == EMPTY) {
+// Names of different marks differ; where one has no mark, the shorter of text and length decides.
+static inline bool is_named(const NormObjKey *key, const NormTable *entry, const Name *name) {
+    if (entry->len != name->len) {
+        return false;
+    }
+    const char *const stored = key->bigbuf.buffer + entry->str;
+    const size_t len = static_cast<size_t>(name->len);
+    if (entry->mark != 0 && name->mark != 0) {
+        return entry->mark == name->mark && memcmp(stored, name->text, len) == 0;
+    }
+    return strncmp(stored, name->text, len) == 0;
+}
+
+// Walk the bucket of a name, whose hash is valid.
+static inline Place find(const NormObjKey *key, const Name *name) {
+    Place place = {nullptr, nullptr, 0};
+    NormTable *entry = &key->nt[name->hash];
+    if (entry->str == EMPTY) {
         return place;
     }
-    for (NormTable *entry = &key->nt[place.hash]; entry != nullptr; entry = entry->nt_next) {
-        if (is_named(key, entry, name, len)) {
+    for (; entry != nullptr; entry = entry->nt_next) {
+        if (is_named(key, entry, name)) {
             place.found = entry;
             return place;
         }
@@ -108,26 +174,26 @@ static void set_flag(int *flag_new, int value) {
 }
 
 // Store a name where find() did not find it, and say in *flag_new how many entries were before it.
-static NormTable *insert(NormObjKey *key, const Place *place, const char *name, int len, int id,
+static NormTable *insert(NormObjKey *key, const Name *name, const Place *place, int id,
                          int *flag_new) {
-    NormTable *entry = &key->nt[place->hash];
+    NormTable *entry = &key->nt[name->hash];
     if (place->last != nullptr) {
         entry = reinterpret_cast<NormTable *>(vxlb_mp_get_slot(key->nt_mpool));
         entry->nt_next = nullptr;
         place->last->nt_next = entry;
     }
-    entry->str = vxlb_bigbuf_copy_into_bigbuf(&key->bigbuf, name, len);
-    entry->len = len;
+    entry->str = vxlb_bigbuf_copy_into_bigbuf(&key->bigbuf, name->text, name->len);
+    entry->mark = name->mark;
+    entry->len = name->len;
     entry->idx = id;
     set_flag(flag_new, place->last == nullptr ? 1 : place->depth);
     return entry;
 }
 
 // Store a name under the next id.
-static NormTable *generate(NormObjKey *key, const Place *place, const char *name, int len,
-                           int *flag_new) {
+static NormTable *generate(NormObjKey *key, const Name *name, const Place *place, int *flag_new) {
     key->prev_id = static_cast<int32_t>(static_cast<uint32_t>(key->prev_id) + 1);
-    return insert(key, place, name, len, key->prev_id, flag_new);
+    return insert(key, name, place, key->prev_id, flag_new);
 }
 
 // Create the pool of chained entries; -1 when it can't have its first chunk.
@@ -232,61 +298,71 @@ static unsigned int id_of(const NormTable *entry) {
     TRACE("Method called key = %p, in_str = %s in_strlen = %d ", static_cast<void *>(key), in_str, \
           in_strlen)
 
+// What the adding operations begin with. True when the name is absent and can be added; otherwise
+// *id is the answer: bad input, no_table for a table or length that is not valid, or the name's id.
+static inline bool is_absent(NormObjKey *key, const char *in_str, int in_strlen,
+                             unsigned int no_table, Name *name, Place *place, unsigned int *id) {
+    if (is_bad_name(in_str, in_strlen)) {
+        *id = NO_ID;
+        return false;
+    }
+    *name = name_of(key, in_str, in_strlen);
+    if (name->hash < 0) {
+        *id = no_table;
+        return false;
+    }
+    *place = find(key, name);
+    if (place->found == nullptr) {
+        return true;
+    }
+    *id = id_of(place->found);
+    return false;
+}
+
 unsigned int vxlb_get_or_set_norm_id(NormObjKey *key, const char *in_str, int in_strlen,
                                      int *flag_new) {
     TRACE_NAME();
     set_flag(flag_new, 0);
-    if (is_bad_name(in_str, in_strlen)) {
-        return NO_ID;
+    Name name;
+    Place place;
+    unsigned int id = 0;
+    if (is_absent(key, in_str, in_strlen, 0, &name, &place, &id)) {
+        NormTable *const entry = generate(key, &name, &place, flag_new);
+        id = id_of(entry);
+        if (key->id_name != nullptr) {
+            add_pnt_to_idname(key, entry->idx, entry);
+        }
     }
-    const Place place = find(key, in_str, in_strlen);
-    if (place.hash < 0) {
-        return 0;
-    }
-    if (place.found != nullptr) {
-        return id_of(place.found);
-    }
-    NormTable *const entry = generate(key, &place, in_str, in_strlen, flag_new);
-    if (key->id_name != nullptr) {
-        add_pnt_to_idname(key, entry->idx, entry);
-    }
-    return id_of(entry);
+    return id;
 }
 
 unsigned int vxlb_get_or_gen_norm_id(NormObjKey *key, const char *in_str, int in_strlen,
                                      int *flag_new) {
     TRACE_NAME();
     set_flag(flag_new, 0);
-    in_strlen = measured(in_str, in_strlen);
-    if (is_bad_name(in_str, in_strlen)) {
-        return NO_ID;
+    Name name;
+    Place place;
+    unsigned int id = 0;
+    if (is_absent(key, in_str, measured(in_str, in_strlen), 0, &name, &place, &id)) {
+        id = id_of(generate(key, &name, &place, flag_new));
     }
-    const Place place = find(key, in_str, in_strlen);
-    if (place.hash < 0) {
-        return 0;
-    }
-    return id_of(place.found != nullptr ? place.found
-                                        : generate(key, &place, in_str, in_strlen, flag_new));
+    return id;
 }
 
 unsigned int vxlb_get_or_gen_norm_id_ex(NormObjKey *key, const char *in_str, int in_strlen,
                                         int *flag_new, int *hs) {
     TRACE_NAME();
     set_flag(flag_new, 0);
-    if (is_bad_name(in_str, in_strlen)) {
-        return NO_ID;
+    Name name;
+    Place place;
+    unsigned int id = 0;
+    if (is_absent(key, in_str, in_strlen, NO_ID, &name, &place, &id)) {
+        id = id_of(generate(key, &name, &place, flag_new));
+        if (hs != nullptr && place.last == nullptr) {
+            *hs = name.hash;
+        }
     }
-    const Place place = find(key, in_str, in_strlen);
-    if (place.hash < 0) {
-        return NO_ID;
-    }
-    if (place.found != nullptr) {
-        return id_of(place.found);
-    }
-    if (hs != nullptr && place.last == nullptr) {
-        *hs = place.hash;
-    }
-    return id_of(generate(key, &place, in_str, in_strlen, flag_new));
+    return id;
 }
 
 unsigned int vxlb_get_set_or_gen_norm_id(NormObjKey *key, const char *in_str, int in_strlen,
@@ -294,18 +370,14 @@ unsigned int vxlb_get_set_or_gen_norm_id(NormObjKey *key, const char *in_str, in
     TRACE_NAME();
     set_flag(flag_new, 0);
     in_strlen = measured(in_str, in_strlen);
-    if (is_bad_name(in_str, in_strlen)) {
-        return NO_ID;
-    }
-    const Place place = find(key, in_str, in_strlen);
-    if (place.hash < 0) {
-        return 0;
-    }
-    if (place.found != nullptr) {
-        return id_of(place.found);
+    Name name;
+    Place place;
+    unsigned int id = 0;
+    if (!is_absent(key, in_str, in_strlen, 0, &name, &place, &id)) {
+        return id;
     }
     if (normid == -1) {
-        return id_of(generate(key, &place, in_str, in_strlen, flag_new));
+        return id_of(generate(key, &name, &place, flag_new));
     }
     set_flag(flag_new, 1);
     return vxlb_set_norm_id(key, in_str, in_strlen, normid);
@@ -328,18 +400,14 @@ unsigned int vxlb_get_set_or_gen_norm_id_ex(NormObjKey *key, const char *in_str,
     TRACE_NAME();
     set_flag(flag_new, 0);
     in_strlen = measured(in_str, in_strlen);
-    if (is_bad_name(in_str, in_strlen)) {
-        return NO_ID;
-    }
-    const Place place = find(key, in_str, in_strlen);
-    if (place.hash < 0) {
-        return 0;
-    }
-    if (place.found != nullptr) {
-        return id_of(place.found);
+    Name name;
+    Place place;
+    unsigned int id = 0;
+    if (!is_absent(key, in_str, in_strlen, 0, &name, &place, &id)) {
+        return id;
     }
     if (key->free_norm_id_list_head == nullptr) {
-        return id_of(generate(key, &place, in_str, in_strlen, flag_new));
+        return id_of(generate(key, &name, &place, flag_new));
     }
     set_flag(flag_new, place.last == nullptr ? 1 : place.depth);
     return vxlb_set_norm_id(key, in_str, in_strlen, pop_free_id(key));
@@ -364,17 +432,18 @@ unsigned int vxlb_set_norm_id_and_data_ex(NormObjKey *key, const char *in_str, i
     if (is_bad_name(in_str, in_strlen)) {
         return 0;
     }
-    const Place place = find(key, in_str, in_strlen);
-    if (place.hash < 0) {
+    const Name name = name_of(key, in_str, in_strlen);
+    if (name.hash < 0) {
         fprintf(stderr,
                 "Error: Obtained hash index '%d' for string '%s' is not correct. Hence returning.",
-                place.hash, in_str);
+                name.hash, in_str);
         return 0;
     }
+    const Place place = find(key, &name);
     if (place.found != nullptr) {
         return id_of(place.found);
     }
-    NormTable *const entry = insert(key, &place, in_str, in_strlen, normid, nullptr);
+    NormTable *const entry = insert(key, &name, &place, normid, nullptr);
     entry->data =
         vxlb_bigbuf_copy_into_bigbuf(&key->bigbuf, reinterpret_cast<char *>(&data), sizeof(data));
     vxlb_set_start_norm_id(key, normid);
@@ -391,7 +460,8 @@ int vxlb_get_norm_id(NormObjKey *key, const char *in_str, int in_strlen) {
     if (is_bad_name(in_str, in_strlen)) {
         return VXLB_NORM_ID_BAD_INPUT;
     }
-    const NormTable *const entry = find(key, in_str, in_strlen).found;
+    const Name name = name_of(key, in_str, in_strlen);
+    const NormTable *const entry = name.hash < 0 ? nullptr : find(key, &name).found;
     return entry != nullptr ? entry->idx : VXLB_NORM_ID_ABSENT;
 }
 
@@ -410,13 +480,14 @@ int vxlb_get_norm_id_hash_data_ex(NormObjKey *key, const char *in_str, int in_st
     if (is_bad_name(in_str, in_strlen)) {
         return VXLB_NORM_ID_BAD_INPUT;
     }
-    const Place place = find(key, in_str, in_strlen);
-    if (place.hash < 0) {
+    const Name name = name_of(key, in_str, in_strlen);
+    if (name.hash < 0) {
         return VXLB_NORM_ID_ABSENT;
     }
     if (hs != nullptr) {
-        *hs = place.hash;
+        *hs = name.hash;
     }
+    const Place place = find(key, &name);
     const bool is_other = place.found == nullptr && place.last != nullptr;
     if (data != nullptr && !is_other) {
         *data = datum_of(key, place.found);
@@ -502,7 +573,8 @@ int vxlb_delete_norm_id_ex(NormObjKey *key, const char *in_str, int in_strlen, i
     if (is_bad_name(in_str, in_strlen)) {
         return -1;
     }
-    const Place place = find(key, in_str, in_strlen);
+    const Name name = name_of(key, in_str, in_strlen);
+    const Place place = name.hash < 0 ? Place{} : find(key, &name);
     if (place.found == nullptr) {
         return -1;
     }
