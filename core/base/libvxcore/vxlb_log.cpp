@@ -16,6 +16,7 @@
 
 #include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -347,7 +348,7 @@ static void append_field(Record *record, const char *text) {
 // "file|line|function|"
 static void append_call_site(Record *record, const char *file, int line, const char *function) {
     char digits[NUMBER_TEXT_SIZE];
-    snprintf(digits, sizeof(digits), "%d", line);
+    *std::to_chars(digits, digits + sizeof(digits) - 1, line).ptr = '\0';
     append_field(record, file);
     append_field(record, digits);
     append_field(record, function);
