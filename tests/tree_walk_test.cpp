@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// The walk beside nftw itself, on random trees that nftw survives.
+// The walk beside nftw itself, on random trees that nftw survives: with links, directories closed to
+// the caller, mounts, and entries whose type the file system keeps to itself.
 #include "tree_walk.h"
 
 #include "directory_set.h"
 #include "work_tree.h"
 
+#include <dirent.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
 #include <map>
@@ -19,9 +24,15 @@ std::minstd_rand g_random;
 trace g_trace;
 bool g_traces_type;
 bool g_skips;
+int g_deepest = INT_MAX;
+bool g_hides_types;
 
 int pick(int n) {
     return static_cast<int>(g_random() % static_cast<unsigned>(n));
+}
+
+const fs::path &pick_of(const std::vector<fs::path> &paths, size_t first) {
+    return paths[g_random() % first];
 }
 
 // One answer a path, the same for both walks.
@@ -31,21 +42,38 @@ int action_for(const std::string &path) {
     return !g_skips ? FTW_CONTINUE : actions[std::hash<std::string>{}(path) % 8];
 }
 
+} // namespace
+
+// In place of libc's, for the walk alone.
+extern "C" ssize_t getdents64(int fd, void *entries, size_t size) {
+    const ssize_t got = syscall(SYS_getdents64, fd, entries, size);
+    for (ssize_t at = 0; g_hides_types && at < got;) {
+        auto *entry = reinterpret_cast<dirent64 *>(static_cast<char *>(entries) + at);
+        entry->d_type =
+            entry->d_ino % 3 == 0 ? entry->d_type : static_cast<unsigned char>(DT_UNKNOWN);
+        at += entry->d_reclen;
+    }
+    return got;
+}
+
+namespace {
+
 int note(const char *path, int base, int level, int type) {
     g_trace.push_back(std::string(path) + " " + std::to_string(base) + " " + std::to_string(level) +
                       (g_traces_type ? " " + std::to_string(type) : ""));
-    return action_for(path);
+    return level >= g_deepest ? FTW_SKIP_SUBTREE : action_for(path);
 }
 
 int note_ours(const tree_entry &entry) {
     EXPECT_EQ(entry.path.data()[entry.path.size()], '\0');
     struct stat sb;
     if (entry.type == FTW_D || entry.type == FTW_F) {
-        EXPECT_EQ(fstatat(entry.dir_fd, entry.level == 0 ? entry.path.data() : entry.name().data(),
-                          &sb, 0),
-                  0)
-            << entry.path;
+        const char *name = entry.level == 0 ? entry.path.data() : entry.name().data();
+        EXPECT_TRUE(fstatat(entry.dir_fd, name, &sb, 0) == 0 || errno == EACCES) << entry.path;
     }
+    const char name[] = {"abcdef"[pick(6)], '\0'},
+               upper[] = {static_cast<char>(name[0] - 32), '\0'};
+    EXPECT_TRUE(tree_may_hold(entry, upper) || fstatat(entry.dir_fd, name, &sb, 0) != 0) << name;
     return note(entry.path.data(), static_cast<int>(entry.base), entry.level, entry.type);
 }
 
@@ -76,8 +104,7 @@ void grow(const fs::path &dir, int depth, std::vector<fs::path> *targets) {
         const fs::path entry = dir / std::string(1, static_cast<char>('a' + i));
         const int kind = depth == 0 ? pick(3) : pick(7);
         if (kind == 0) {
-            fs::create_symlink(
-                (*targets)[static_cast<size_t>(pick(static_cast<int>(targets->size())))], entry);
+            fs::create_symlink(pick_of(*targets, targets->size()), entry);
         } else if (kind == 1) {
             write_file(entry, "x");
             targets->push_back(entry);
@@ -92,20 +119,65 @@ void grow(const fs::path &dir, int depth, std::vector<fs::path> *targets) {
     }
 }
 
+// Directories of a random tree, those outside the walk's start first: links alone lead there.
+std::vector<fs::path> grow_tree(const work_tree &tree, size_t *outside) {
+    std::vector<fs::path> targets, within;
+    fs::create_directory(tree.top / "outside");
+    grow(tree.top / "outside", 2, &targets);
+    const auto is_no_directory = [](const fs::path &path) { return !fs::is_directory(path); };
+    *outside = targets.size() - std::erase_if(targets, is_no_directory);
+    grow(tree.work, 3, &targets);
+    std::erase_if(targets, is_no_directory);
+    return targets;
+}
+
+// As somebody to whom directories can be closed, if the tests run as root. False: nftw gives up.
+bool walk_both_ways(const std::string &root) {
+    const bool is_changed = geteuid() == 0 && seteuid(65534) == 0;
+    const bool survives = nftw(root.c_str(), note_theirs, 64, FTW_ACTIONRETVAL) == 0;
+    for (const bool exact : {false, true}) {
+        g_traces_type = exact;
+        EXPECT_TRUE(!survives ||
+                    walk_ours(root, exact ? INT_MAX : g_deepest, exact) == walk_theirs(root));
+    }
+    EXPECT_TRUE(!is_changed || seteuid(0) == 0);
+    return survives;
+}
+
 TEST(TreeWalk, VisitsWhatNftwVisits) {
-    for (unsigned seed = 1; seed <= 100; seed++) {
+    constexpr mode_t modes[] = {0755, 0755, 0755, 0755, 0711, 0744, 0700, 0755};
+    const bool may_mount = unshare(CLONE_NEWNS) == 0 &&
+                           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                           mount("none", "/tmp", "tmpfs", 0, nullptr) == 0;
+    int survived = 0;
+    for (unsigned seed = 1; seed <= 500; seed++) {
         SCOPED_TRACE(seed);
         g_random.seed(seed);
         g_skips = seed % 2 == 0;
+        g_deepest = seed % 3 == 0 ? 2 : INT_MAX;
+        g_hides_types = seed % 5 == 0;
         work_tree tree;
-        std::vector<fs::path> targets = {tree.work};
-        grow(tree.work, 3, &targets);
-        g_traces_type = true;
-        const std::string root = tree.work.string() + (seed % 3 == 0 ? "//" : "");
-        EXPECT_EQ(walk_ours(root, INT_MAX, true), walk_theirs(root));
-        g_traces_type = false;
-        EXPECT_EQ(walk_ours(root, INT_MAX, false), walk_theirs(root));
+        size_t outside;
+        const std::vector<fs::path> dirs = grow_tree(tree, &outside);
+        for (size_t i = 0; i < dirs.size(); i++) {
+            EXPECT_TRUE(i == outside || chmod(dirs[i].c_str(), modes[pick(8)]) == 0);
+        }
+        std::vector<fs::path> mounted;
+        for (int i = may_mount ? pick(5) : 0; i > 0; i--) {
+            const fs::path &to = pick_of(dirs, seed % 4 < 2 ? outside : dirs.size());
+            if (mount(pick_of(dirs, dirs.size()).c_str(), to.c_str(), nullptr, MS_BIND, nullptr) ==
+                0) {
+                mounted.push_back(to);
+            }
+        }
+        survived += walk_both_ways(tree.work.string() + (seed % 3 == 0 ? "//" : ""));
+        for (; !mounted.empty(); mounted.pop_back()) {
+            umount2(mounted.back().c_str(), MNT_DETACH);
+        }
     }
+    EXPECT_GT(survived, 250);
+    g_deepest = INT_MAX;
+    g_skips = false;
 }
 
 TEST(TreeWalk, RootsAreJudgedAsNftwDoes) {
