@@ -207,7 +207,8 @@ TEST_F(WorkDir, OptionsChooseTheTestAssetsDirectory) {
         "111 w/p -> cw/cp/maranth;001 w/p -> admin/default/maranth;010 w/p -> w/p/maranth;"
         "010 w/p/extra -> w/p/maranth;011 w/p -> w/p/maranth;010 w -> w;000 w -> w;"
         "011 w -> admin/default/maranth;010 / -> admin/default/maranth;000 null -> ;010 null -> ;"
-        "010 /// -> admin/default/maranth;011  -> admin/default/maranth;010 /w -> ;010 w/ -> ;000  -> ;"
+        "010 /// -> admin/default/maranth;011  -> admin/default/maranth;010 /w -> ;"
+        "010 w/ -> ;000  -> ;"
         "010 " +
         std::string(VXLB_RTA_DIR_SIZE, '/') + " -> ;";
     EXPECT_EQ(cases, retold(cases, [](const std::string &input) {
