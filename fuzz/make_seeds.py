@@ -105,7 +105,7 @@ def tag_match():
     for word in (b'smoke', b'T0', b't', b''):
         yield from (bytes([0, len(word)]) + word + b'\xff' + document for document in documents)
         yield from (bytes([0, len(word)]) + word + b'\0' + tag for tag in (
-            b'"Smoke"', b'"a","S\\u006doke"', b'"sm\\noke"', b'"sm\\', b'"' + b'x' * 100 + b'smOKE"', b'1,"t0"'))
+            b'"Smoke"', b'"a","S\\u006doke"', b'"sm\\noke"', b'"sm\\u00e9oke"', b'"sm\\u0000oke"', b'"sm\\', b'"' + b'x' * 100 + b'smOKE"', b'1,"t0"'))
 
 
 def tokens():
