@@ -2,6 +2,8 @@
 // The log, in a program that replaces time and localtime_r: dates follow a clock of the test's own.
 #include "trace_log.h"
 
+#include <libvxcore/vxlb_util.h>
+
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -74,7 +76,9 @@ TEST(VxlbLog, DatesAreConvertedOnceASecondAndShowTheYearModulo2000) {
     }
     g_fake_now = 1000;
     g_fails = true;
+    char date[VXLB_DATE_TIME_SIZE];
     EXPECT_STREQ("Error", get_cur_date_time());
+    EXPECT_STREQ("Error|Error", vxlb_get_cur_date_time(date, 0));
     g_fails = false;
     g_during_conversion = get_cur_date_time; // as from a signal handler, which starts no other
     g_conversions = 0;
@@ -263,19 +267,21 @@ TEST(VxlbLog, OneThatIsRolledElsewhereIsOnlyReopened) {
     TempDir dir;
     const std::string path = dir / "log";
     const int other = open_file(path, "0123456789");
-    int fd = open_file(path);
+    const auto roll = [&] {
+        int fd = open_file(path);
+        vxlb_check_rollover_file(&fd, path.c_str(), 5, 1);
+        EXPECT_EQ(-1, fd);
+    };
     ASSERT_EQ(0, flock(other, LOCK_EX));
-    vxlb_check_rollover_file(&fd, path.c_str(), 5, 1);
-    EXPECT_EQ(-1, fd) << "the lock was lost";
+    roll(); // loses to the lock, which goes with its descriptor
     EXPECT_FALSE(fs::exists(path + ".prev"));
-    close(other); // the lock goes with it
-    fd = open_file(path);
+    close(other);
+    int fd = open_file(path);
     fs::rename(path, path + ".prev");
     close(open_file(path, "new file, large enough"));
     vxlb_check_rollover_file(&fd, path.c_str(), 5, 1);
-    EXPECT_EQ(-1, fd) << "another file has the path";
-    EXPECT_EQ("0123456789", file_text(path + ".prev"));
-    EXPECT_EQ("new file, large enough", file_text(path));
+    EXPECT_EQ("-1 0123456789", text("%d ", fd) + file_text(path + ".prev"));
+    EXPECT_EQ("new file, large enough", file_text(path)) << "another file has the path";
 }
 
 TEST(VxlbLog, ARolledLogKeepsItsDescriptorNumber) {
@@ -318,11 +324,9 @@ TEST(VxlbLog, TheDebugLogMayPassItsLimitByOneRecord) {
 TEST(VxlbLog, SettersStoreTheirArgument) {
     TraceLog log;
     hessian_set_debug_log_level(5);
-    EXPECT_EQ(5u, vxlb_log_level);
     hessian_set_debug_log_fp(stderr);
-    EXPECT_EQ(stderr, vxlb_log_fp);
+    EXPECT_TRUE(vxlb_log_level == 5 && vxlb_log_fp == stderr);
     vxlb_util_set_debug_log_fp(nullptr);
-    EXPECT_EQ(nullptr, vxlb_log_fp);
     const std::string longest(2000, 'p');
     vxlb_util_set_log_filename(longest.c_str(), longest.c_str());
     EXPECT_EQ(longest.substr(0, 1023), log_file);
