@@ -26,6 +26,7 @@ bool g_traces_type;
 bool g_skips;
 int g_deepest = INT_MAX;
 bool g_hides_types;
+unsigned g_examined_first;
 
 int pick(int n) {
     return static_cast<int>(g_random() % static_cast<unsigned>(n));
@@ -87,7 +88,8 @@ void fail_on_loss(const char *path, int error) {
 
 trace walk_ours(const std::string &root, int deepest, bool exact) {
     g_trace.clear();
-    EXPECT_EQ(tree_walk(root.c_str(), {note_ours, fail_on_loss, deepest, exact}), 0);
+    EXPECT_EQ(tree_walk(root.c_str(), {note_ours, fail_on_loss, deepest, exact, g_examined_first}),
+              0);
     return g_trace;
 }
 
@@ -156,6 +158,7 @@ TEST(TreeWalk, VisitsWhatNftwVisits) {
         g_skips = seed % 2 == 0;
         g_deepest = seed % 3 == 0 ? 2 : INT_MAX;
         g_hides_types = seed % 5 == 0;
+        g_examined_first = seed % 7;
         work_tree tree;
         size_t outside;
         const std::vector<fs::path> dirs = grow_tree(tree, &outside);
@@ -191,7 +194,7 @@ TEST(TreeWalk, RootsAreJudgedAsNftwDoes) {
     for (const std::string &missing :
          {tree.top.string() + "/missing", file + "/x", std::string()}) {
         errno = 0;
-        EXPECT_EQ(tree_walk(missing.c_str(), {note_ours, fail_on_loss, 9, false}), -1);
+        EXPECT_EQ(tree_walk(missing.c_str(), {note_ours, fail_on_loss, 9, false, 0}), -1);
         const int ours = errno;
         EXPECT_EQ(nftw(missing.c_str(), note_theirs, 64, FTW_ACTIONRETVAL), -1);
         EXPECT_EQ(ours, errno) << missing;
@@ -240,7 +243,8 @@ TEST(TreeWalk, ComesBackThroughClosedDirectories) {
     fs::remove_all(tree.work / "workspace");
     for (const bool exact : {false, true}) {
         g_trace.clear();
-        ASSERT_EQ(tree_walk(tree.work.c_str(), {continue_always, fail_on_loss, INT_MAX, exact}), 0);
+        ASSERT_EQ(tree_walk(tree.work.c_str(), {continue_always, fail_on_loss, INT_MAX, exact, 0}),
+                  0);
         std::sort(g_trace.begin(), g_trace.end());
         std::sort(all.begin(), all.end());
         EXPECT_EQ(g_trace, all);

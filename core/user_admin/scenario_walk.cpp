@@ -43,6 +43,7 @@ enum POS_IN_SCENARIO_PATH {
 constexpr std::string_view CONF_SUFFIX = ".conf";
 constexpr int KEPT_HEAP = 16 * 1024 * 1024; // bytes
 constexpr int LARGEST_HEAP_BLOCK = 1024 * 1024;
+constexpr unsigned EXAMINED_FIRST = 64; // directories
 constexpr double SECONDS_PER_DAY = 86400.0;
 
 int base_level; // depth of the walk's start, by scan_scen_list
@@ -330,7 +331,7 @@ void scan_scen_list() {
         mallopt(M_MMAP_THRESHOLD, LARGEST_HEAP_BLOCK);
     }
     begin_progress();
-    if (tree_walk(root, {scen_filter, report_loss, deepest, is_traced}) != 0) {
+    if (tree_walk(root, {scen_filter, report_loss, deepest, is_traced, EXAMINED_FIRST}) != 0) {
         die(1, "Error: Internal error, msg - nftw failed for workspace directory, %s\n",
             strerror(errno));
     }

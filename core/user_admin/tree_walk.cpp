@@ -51,7 +51,7 @@ struct walked_directory {
     size_t base;     // where its entries' names begin in the path
     dev_t device;
     ino_t inode;
-    bool inodes_trusted; // the inode numbers in its entries are those that stat would give
+    bool inodes_trusted; // its entries' inodes are those that stat would give, but for mounts
 };
 
 namespace {
@@ -73,7 +73,9 @@ struct walk {
     size_t dirs_capacity;
     size_t first_open; // dirs before this one are closed
     directory_set met;
-    int failure; // errno that ends the walk; 0: none
+    unsigned examined;  // directories that were, for want of knowing about mounts
+    bool has_no_mounts; // nothing is, as far as asked
+    int failure;        // errno that ends the walk; 0: none
 };
 
 // What is known of an entry before it is reported.
@@ -407,13 +409,21 @@ void examine(walk *w, int dir_fd, candidate *found) {
     found->type = is_link ? FTW_SLN : FTW_NS;
 }
 
+// Whether the inodes in a directory's entries stand for what is there.
+bool vouches_for_entries(walk *w, const directory *dir) {
+    if (dir->inodes_trusted && w->examined++ == w->rules->examined_first) {
+        w->has_no_mounts = w->dirs[0].fd >= 0 && !may_hold_mounts(w->dirs[0].fd);
+    }
+    return dir->inodes_trusted && w->has_no_mounts;
+}
+
 candidate classify(walk *w, const directory *dir, const dirent64 *entry) {
     candidate found = {entry->d_name, FTW_F, dir->device, entry->d_ino, false, false};
     found.is_link = entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN;
     if (entry->d_type == DT_DIR) {
         found.type = FTW_D;
     }
-    if (found.is_link || w->rules->exact || (found.type == FTW_D && !dir->inodes_trusted)) {
+    if (found.is_link || w->rules->exact || (found.type == FTW_D && !vouches_for_entries(w, dir))) {
         examine(w, dir->fd, &found);
     }
     return found;
@@ -566,7 +576,7 @@ void walk_root_directory(walk *w, const candidate &root) {
         close(fd);
         return;
     }
-    enter(w, fd, root, has_true_inodes(fd) && !may_hold_mounts(fd));
+    enter(w, fd, root, has_true_inodes(fd));
     walk_entries(w);
 }
 

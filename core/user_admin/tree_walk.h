@@ -47,6 +47,9 @@ struct tree_walk_rules {
     tree_loss *lost;
     int deepest; // directories at this level are reported but not entered
     bool exact;  // every entry's type is what examining it just before the visit says
+    // So many directories are examined before the list of mounts is read, which may show that the
+    // others need not be: a small tree does not repay the reading.
+    unsigned examined_first;
 };
 
 // Walk the tree at `root`. Returns 0, or -1 with errno when the start can't be examined or opened
