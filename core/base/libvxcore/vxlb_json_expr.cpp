@@ -2,7 +2,7 @@
 //
 // Path expressions over a finished tree.
 //
-// The node walk splits its expression each time and follows one path. The collection works on compiled
+// The node walk splits its expression, unless it is the one it has split last, and follows one path. The collection works on compiled
 // records and fans out over arrays; it goes through the tree depth first without recursing, and finds its
 // way back by the parent links.
 
@@ -20,6 +20,7 @@
 enum {
     WALK_EXPR_SIZE = 2048,
     WALK_SEGMENTS = 64,
+    KEPT_PATH_SIZE = 256,
     EXPR_SIZE = 4096,
     EXPR_SEGMENTS = 256,
     NO_INDEX = -1
@@ -38,27 +39,46 @@ static int leading_int(const char *text) {
 
 // ---- Node walk ----
 
+// A segment of a path: its name in the path's text, and the index behind it or NO_INDEX.
+struct path_segment {
+    const char *name;
+    uint32_t length;
+    int32_t index;
+};
+
+struct path {
+    int count;
+    path_segment segments[WALK_SEGMENTS];
+};
+
+// The path that this thread followed last: programs ask many trees for the same one.
+static __thread struct {
+    path split;
+    char text[KEPT_PATH_SIZE];
+} last_path;
+
 static bool ends_segment(char c) {
     return c == '.' || c == '\0';
 }
 
-static bool ends_name(char c) {
-    return c == '[' || ends_segment(c);
-}
-
-// Take the index behind a segment's name, if there is one, and go to the segment's end.
-static const char *take_index(const char *p, int *index) {
-    *index = NO_INDEX;
-    if (*p != '[') {
-        return p;
+// Split the text of a path, which has less than WALK_EXPR_SIZE bytes.
+static void split_path(const char *text, path *split) {
+    split->count = 0;
+    const char *p = text + strspn(text, ".");
+    while (*p != '\0' && split->count < WALK_SEGMENTS) {
+        const char *name = p;
+        while (!ends_segment(*p) && *p != '[') {
+            p++;
+        }
+        path_segment *s = &split->segments[split->count++];
+        s->name = name;
+        s->length = static_cast<uint32_t>(p - name);
+        s->index = *p == '[' ? leading_int(p + 1) : NO_INDEX;
+        while (!ends_segment(*p)) {
+            p++;
+        }
+        p += strspn(p, ".");
     }
-    const char digit = p[1];
-    const bool is_plain = digit >= '0' && digit <= '9' && p[2] == ']';
-    *index = is_plain ? digit - '0' : leading_int(p + 1);
-    while (!ends_segment(*p)) {
-        p++;
-    }
-    return p;
 }
 
 // Item of an array; a negative index stands for the first one.
@@ -73,22 +93,36 @@ static vxlb_jsont *item_at(vxlb_jsont *array, int index) {
     return item;
 }
 
-// Where the segment at p ends if it says this name, else null.
-static const char *match_name(const char *p, const char *name) {
-    while (*p == *name && !ends_name(*p)) {
-        p++;
-        name++;
-    }
-    return *name == '\0' && ends_name(*p) ? p : nullptr;
+template <class Word> static bool same_ends(const char *a, const char *b, size_t length) {
+    Word first[2];
+    Word last[2];
+    memcpy(&first[0], a, sizeof(Word));
+    memcpy(&first[1], b, sizeof(Word));
+    memcpy(&last[0], a + length - sizeof(Word), sizeof(Word));
+    memcpy(&last[1], b + length - sizeof(Word), sizeof(Word));
+    return first[0] == first[1] && last[0] == last[1];
 }
 
-// The first counted child that the segment at *at names; *at goes behind the name.
-static vxlb_jsont *counted_child(const vxlb_jsont *node, const char **at) {
+// memcmp for names, most of which are short: two words that may overlap hold all of their bytes.
+static bool is_same(const char *a, const char *b, size_t length) {
+    if (length >= 8) {
+        return same_ends<uint64_t>(a, b, length) &&
+               (__builtin_expect(length <= 16, 1) || memcmp(a, b, length) == 0);
+    }
+    if (length >= 4) {
+        return same_ends<uint32_t>(a, b, length);
+    }
+    return length == 0 ||
+           (a[0] == b[0] && a[length / 2] == b[length / 2] && a[length - 1] == b[length - 1]);
+}
+
+static inline vxlb_jsont *counted_child(const vxlb_jsont *node, const char *name, size_t length) {
+    if (length >= sizeof node->name) {
+        return nullptr;
+    }
     vxlb_jsont *child = node->children;
     for (int i = node->numChild; i > 0; i--) {
-        const char *end = match_name(*at, child->name);
-        if (end != nullptr) {
-            *at = end;
+        if (child->name[length] == '\0' && is_same(child->name, name, length)) {
             return child;
         }
         child = child->next_sib;
@@ -96,48 +130,56 @@ static vxlb_jsont *counted_child(const vxlb_jsont *node, const char **at) {
     return nullptr;
 }
 
-// Segments are compared where they stand, and nothing is copied. *at tells how far the walk has read.
-static vxlb_jsont *walk(vxlb_jsont *node, const char **at) {
-    const char *p = *at;
-    p += strspn(p, ".");
-    if (*p == '\0') {
-        return nullptr;
+// Where an index leads. Without one, a path may end on an array, but not pass through it.
+static vxlb_jsont *step_into_array(vxlb_jsont *array, int index, bool is_last) {
+    if (index != NO_INDEX) {
+        return item_at(array, index);
     }
-    while (!ends_name(*p)) {
-        p++;
+    return is_last ? array : nullptr;
+}
+
+// The first segment stands for the start node, whatever its name.
+static inline vxlb_jsont *follow(vxlb_jsont *node, const path *split) {
+    const path_segment *s = split->segments;
+    for (int left = split->count; left > 0; left--, s++) {
+        if (node->type == VXLB_JSON_ARRAY) {
+            node = step_into_array(node, s->index, left == 1);
+        }
+        if (left == 1 || node == nullptr) {
+            return node;
+        }
+        node = counted_child(node, s[1].name, s[1].length);
+        if (node == nullptr) {
+            return nullptr;
+        }
     }
-    for (int count = 1; node != nullptr; count++) {
-        int index = NO_INDEX;
-        p = take_index(p, &index);
-        while (*p == '.') {
-            p++;
-        }
-        const bool is_last = *p == '\0' || count == WALK_SEGMENTS;
-        if (node->type == VXLB_JSON_ARRAY && (index != NO_INDEX || !is_last)) {
-            node = index == NO_INDEX ? nullptr : item_at(node, index);
-        }
-        if (is_last) {
-            break;
-        }
-        node = node == nullptr ? nullptr : counted_child(node, &p);
+    return nullptr;
+}
+
+// Only the first bytes of a very long path count.
+static __attribute__((noinline)) vxlb_jsont *follow_long(vxlb_jsont *node, const char *expr) {
+    char text[WALK_EXPR_SIZE];
+    const size_t length = strnlen(expr, WALK_EXPR_SIZE - 1);
+    memcpy(text, expr, length);
+    text[length] = '\0';
+    path split;
+    split_path(text, &split);
+    return follow(node, &split);
+}
+
+static __attribute__((noinline)) vxlb_jsont *follow_new(vxlb_jsont *node, const char *expr) {
+    const size_t length = strnlen(expr, KEPT_PATH_SIZE);
+    if (length == KEPT_PATH_SIZE) {
+        return follow_long(node, expr);
     }
-    *at = p;
-    return node;
+    memcpy(last_path.text, expr, length + 1);
+    split_path(last_path.text, &last_path.split);
+    return follow(node, &last_path.split);
 }
 
 vxlb_jsont *vxlb_jsont_eval_expr(vxlb_jsont *jsont, const char *expr) {
-    const char *at = expr;
-    vxlb_jsont *found = walk(jsont, &at);
-    if ((found != nullptr && at - expr < WALK_EXPR_SIZE) ||
-        strnlen(expr, WALK_EXPR_SIZE) < WALK_EXPR_SIZE) {
-        return found;
-    }
-    // Longer than what counts: once more, with the beginning alone.
-    char text[WALK_EXPR_SIZE];
-    memcpy(text, expr, sizeof text - 1);
-    text[sizeof text - 1] = '\0';
-    at = text;
-    return walk(jsont, &at);
+    return strcmp(expr, last_path.text) == 0 ? follow(jsont, &last_path.split)
+                                             : follow_new(jsont, expr);
 }
 
 // ---- Compiling ----
