@@ -168,11 +168,11 @@ double timed(Work work, const Document &doc, int rounds) {
             exit(1);
         }
     }
-    const double start = compare::cpu_seconds();
+    const double start = rounds::cpu_seconds();
     for (int i = 0; i < rounds; i++) {
         work(doc.text);
     }
-    return (compare::cpu_seconds() - start) / rounds;
+    return (rounds::cpu_seconds() - start) / rounds;
 }
 
 // The same in a child, so that no allocator inherits the heap that another one has left behind.
@@ -198,36 +198,35 @@ double sample(Work work, const Document &doc, int rounds) {
 }
 
 void measure(const Document &doc) {
-    const compare::Work work = {"json", "tree of " + doc.name};
+    const rounds::Work work = {"json", "tree of " + doc.name};
     const int rounds = static_cast<int>(std::max<size_t>(2, 1000000 / doc.text.size()));
-    std::vector<compare::Arm> arms = {{"ours", "", [&doc] { ours(doc.text); }}};
+    std::vector<rounds::Arm> arms = {{"ours", "", [&doc] { ours(doc.text); }}};
     std::vector<Work> works = {ours};
     for (const Contender &c : contenders) {
         if (c.work == nullptr) {
-            compare::missing(work, c.name);
+            rounds::missing(work, c.name);
             continue;
         }
         const char *want = c.is_floor ? "<=1.6" : doc.must_win ? "<1" : "";
         arms.push_back({c.name, want, [&doc, &c] { c.work(doc.text); }});
         works.push_back(c.work);
     }
-    if (!compare::once_work().empty()) {
-        compare::arms(work, arms);
+    if (!rounds::once_work().empty()) {
+        rounds::arms(work, arms);
         return;
     }
     std::vector<std::vector<double>> times(works.size());
-    for (int i = compare::is_quick() ? 5 : 21; i > 0; i--) {
+    for (int i = rounds::is_quick() ? 5 : 21; i > 0; i--) {
         for (size_t arm = 0; arm < works.size(); arm++) {
             times[arm].push_back(sample(works[arm], doc, rounds));
         }
     }
     for (size_t arm = 1; arm < works.size(); arm++) {
-        compare::report(work, work.name, arms[arm], compare::median(times[0]),
-                        compare::median(times[arm]), compare::noise_of(times[0], times[arm]),
-                        "s CPU");
+        rounds::report(work, work.name, arms[arm], rounds::median(times[0]),
+                       rounds::median(times[arm]), rounds::noise_of(times[0], times[arm]), "s CPU");
     }
-    if (!compare::is_quick()) {
-        compare::compare_instructions(work, arms);
+    if (!rounds::is_quick()) {
+        rounds::compare_instructions(work, arms);
     }
 }
 
@@ -247,7 +246,7 @@ bool same_trees(const vxlb_jsont *a, const vxlb_jsont *b) {
 
 // The floor is one only if it writes the same tree.
 void check_floor(const Document &doc) {
-    if (!compare::once_work().empty()) {
+    if (!rounds::once_work().empty()) {
         return;
     }
     vxlb_json_t *json =
@@ -291,8 +290,8 @@ void add_files(std::vector<Document> *docs, const char *directory) {
 } // namespace
 
 int main(int argc, char **argv) {
-    compare::init(argc, argv);
-    const bool quick = compare::is_quick();
+    rounds::init(argc, argv);
+    const bool quick = rounds::is_quick();
     std::vector<Document> docs = {
         {"a scenario of 7 KB", scenario_document(7000, 1), true},
         {"a scenario of 100 KB", scenario_document(100000, 2), true},

@@ -49,7 +49,7 @@ extern "C" void *malloc(size_t size) {
 }
 
 int main(int argc, char **argv) {
-    compare::init(argc, argv);
+    rounds::init(argc, argv);
     constexpr int walks = 20000;
     const char *path = "$.scenario.TAGS._G[0]";
     for (const size_t size : {size_t{7000}, size_t{100000}}) {
@@ -60,21 +60,18 @@ int main(int argc, char **argv) {
             fprintf(stderr, "the walks differ, or one allocates\n");
             return 1;
         }
-        const compare::Work work = {
+        const rounds::Work work = {
             "json", "node walk of 4 segments, " + std::to_string(size / 1000) + " KB", walks};
         const auto repeat = [tree](auto walk) {
             for (int i = 0; i < walks; i++) {
                 benchmark::DoNotOptimize(reinterpret_cast<uintptr_t>(walk(tree)));
             }
         };
-        compare::arms(work, {{"ours", "",
-                              [=] {
-                                  repeat([path](vxlb_jsont *top) {
-                                      return vxlb_jsont_eval_expr(top, path);
-                                  });
-                              }},
-                             {"bare walk over the same nodes", "<=1.3",
-                              [=] { repeat(bare_walk); }}});
+        rounds::arms(
+            work,
+            {{"ours", "",
+              [=] { repeat([path](vxlb_jsont *top) { return vxlb_jsont_eval_expr(top, path); }); }},
+             {"bare walk over the same nodes", "<=1.3", [=] { repeat(bare_walk); }}});
         vxlb_jsont_free(tree);
     }
     return 0;

@@ -417,6 +417,7 @@ static uint32_t build(vxlb_json_t *json, uint64_t parent, BBM *bbm, bool in_arra
                  json->buffer + json->cursor,
                  strlen(json->c_element_name)};
     // The parser's value for "no element" is 255 and becomes -1.
+    // NOLINTNEXTLINE(bugprone-signed-char-misuse): the sign is meant
     const int type = static_cast<signed char>(json->c_element_type);
     const uint64_t top = place_node(&b, type);
     const bool built = top != 0 && begin_node(&b, top, type) && build_children(&b, parent);
