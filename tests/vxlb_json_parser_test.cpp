@@ -247,56 +247,6 @@ TEST(VxlbJsonParser, EscapesDecodeInPlace) {
     }
 }
 
-// One random step of both; false if they differ.
-bool same_step(JsonMaker &random, vxlb_json_t *json, JsonModel &model) {
-    const unsigned what = random.below(20);
-    if (what < 14) {
-        const bool fits = random.below(4) != 0; // mostly a move that can succeed
-        const int in = model.depth >= 0 && model.states[static_cast<size_t>(model.depth)] == 1;
-        const int op = !fits                                    ? static_cast<int>(random.below(6))
-                       : model.type < 2 && random.below(2) == 0 ? model.type * 2
-                       : random.below(8) == 0                   ? 1 + 2 * in
-                                                                : 4 + in;
-        return __parse_json(json, static_cast<unsigned char>(op)) == model.move(op);
-    }
-    if (what == 14) {
-        const std::string name = random.pick({"a", "b", "kind", ""});
-        return vxlb_json_goto_element(json, name.c_str()) == model.goto_element(name);
-    }
-    if (what == 15) {
-        const int index = static_cast<int>(random.below(4)) - 1;
-        return vxlb_json_goto_array_item(json, index) == model.goto_item(index);
-    }
-    const bool own = random.below(4) == 0, decode = random.below(2) == 0;
-    const bool reset = random.below(2) == 0;
-    int length = -1;
-    char *value = vxlb_json_element_value_ex(json, &length, own, decode, reset);
-    const auto expected = model.value(decode, reset, own);
-    const bool same = value == nullptr
-                          ? !expected
-                          : expected == std::string(value, static_cast<size_t>(length)) &&
-                                value[length] == '\0' && own == (value != json->return_buf);
-    own ? free(value) : void();
-    return same;
-}
-
-TEST(VxlbJsonParser, AgreesWithThePlainModelAfterEveryStep) {
-    const int windows[] = {0, 0, 1, 2, 3, 5, 8, 13, 17, 33, 64, 8192};
-    for (unsigned seed = 1; seed <= 4000; seed++) {
-        JsonMaker random(seed);
-        const std::string doc = random.document();
-        const int window = doc.empty() ? 1 : windows[random.below(std::size(windows))];
-        const auto levels = static_cast<int16_t>(2 + random.below(5));
-        const Handle h(doc, window, levels);
-        JsonModel model(doc, levels, window);
-        for (int step = 0; step < 40; step++) {
-            ASSERT_TRUE(same_step(random, h.json, model)) << seed << " step " << step << "\n"
-                                                          << doc;
-            ASSERT_EQ(model.difference(h.json), "") << seed << " step " << step << "\n" << doc;
-        }
-    }
-}
-
 TEST(VxlbJsonParser, EveryRoadOfSkippingStopsAtTheSameByte) {
     JsonMaker random(1);
     for (int round = 0; round < 20000; round++) {
