@@ -9,7 +9,7 @@ import tempfile
 from pathlib import Path
 
 SLICE = os.environ.get('SLICE') == '1'
-TOP = Path(__file__).resolve().parents[2]
+TOP = Path(__file__).resolve().parents[1]
 DEEP = b'[' * 30000 + b']' * 30000 + b','
 # Name: what comes first, what is repeated, what ends it, and the MB of the largest document: less than 64
 # where the tree has up to 300 times the size of the text.
@@ -39,7 +39,7 @@ FAMILIES = {
 
 
 def compile_driver(path, *flags):
-    sources = [TOP / 'tests/thorough/time_tree.c', *TOP.glob('core/base/libvxcore/*.cpp')]
+    sources = [TOP / 'fuzz/growth.c', *TOP.glob('core/base/libvxcore/*.cpp')]
     subprocess.run(['g++', '-std=gnu++20', '-fno-exceptions', '-fno-rtti', *flags, '-x', 'c++',
                     f'-I{TOP}/base/include', *sources, '-o', path], check=True)
 
