@@ -78,7 +78,12 @@ int main(int argc, char **argv) {
         LLVMFuzzerInitialize(&argc, &argv);
     }
     DIR *inputs = opendir(argc > 1 ? argv[1] : "");
-    const int count = inputs == NULL ? 0 : replay_all(inputs, argc > 2 ? atoi(argv[2]) : 0);
+    if (inputs == NULL) {
+        perror("no directory of inputs");
+        return 1;
+    }
+    const int count = replay_all(inputs, argc > 2 ? atoi(argv[2]) : 0);
+    closedir(inputs);
     printf("%d\n", count);
     return count > 0 ? 0 : 1;
 }
