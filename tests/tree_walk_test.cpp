@@ -36,11 +36,12 @@ const fs::path &pick_of(const std::vector<fs::path> &paths, size_t first) {
     return paths[g_random() % first];
 }
 
-// One answer a path, the same for both walks.
+// One answer a path below the start's parent, the same for both walks.
 int action_for(const std::string &path) {
     constexpr int actions[] = {FTW_CONTINUE, FTW_CONTINUE, FTW_CONTINUE,     FTW_CONTINUE,
                                FTW_CONTINUE, FTW_CONTINUE, FTW_SKIP_SUBTREE, FTW_SKIP_SIBLINGS};
-    return !g_skips ? FTW_CONTINUE : actions[std::hash<std::string>{}(path) % 8];
+    return !g_skips ? FTW_CONTINUE
+                    : actions[std::hash<std::string>{}(path.substr(path.find("/work"))) % 8];
 }
 
 } // namespace

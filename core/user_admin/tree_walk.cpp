@@ -521,6 +521,19 @@ int visit_directory(walk *w, candidate *found) {
     return action;
 }
 
+// Whether a directory is met for the first time. Where its parent alone said that it was met before,
+// it is examined after all: the parent may not be searchable, and then nobody can tell.
+bool is_new_directory(walk *w, int dir_fd, candidate *found) {
+    if (is_met_first(w, *found)) {
+        return true;
+    }
+    if (found->examined) {
+        return false;
+    }
+    examine(w, dir_fd, found);
+    return found->type == FTW_D && is_met_first(w, *found);
+}
+
 int visit_entry(walk *w, const dirent64 *entry) {
     const directory *dir = &w->dirs[w->depth - 1];
     if (!set_name(w, dir->base, entry->d_name, strlen(entry->d_name))) {
@@ -533,10 +546,10 @@ int visit_entry(walk *w, const dirent64 *entry) {
     if (w->failure != 0) {
         return FTW_CONTINUE;
     }
-    if (found.type != FTW_D) {
-        return report(w, found.type);
+    if (found.type == FTW_D && is_new_directory(w, dir->fd, &found)) {
+        return visit_directory(w, &found);
     }
-    return is_met_first(w, found) ? visit_directory(w, &found) : FTW_CONTINUE;
+    return found.type == FTW_D ? FTW_CONTINUE : report(w, found.type);
 }
 
 // --- the whole walk ------------------------------------------------------------------------------
