@@ -111,6 +111,7 @@ static inline uint64_t remainder_of(uint64_t hash, uint64_t prime) {
     if (divisor->prime != prime) {
         *divisor = {prime, UINT64_MAX / prime};
     }
+    // cppcheck-suppress shiftTooManyBits // 128 bits wide
     const uint64_t quotient = static_cast<uint64_t>((uint128{hash} * divisor->reciprocal) >> 64);
     const uint64_t rest = hash - quotient * prime;
     return rest >= prime ? rest - prime : rest;
