@@ -2,9 +2,9 @@
 //
 // Path expressions over a finished tree.
 //
-// The node walk splits its expression, unless it is the one it has split last, and follows one path. The collection works on compiled
-// records and fans out over arrays; it goes through the tree depth first without recursing, and finds its
-// way back by the parent links.
+// The node walk splits its expression, unless it is the one it has split last, and follows one path. The
+// collection works on compiled records and fans out over arrays; it goes through the tree depth first
+// without recursing, and finds its way back by the parent links.
 
 #include <libvxcore/vxlb_json_parser.h>
 
@@ -39,11 +39,14 @@ static int leading_int(const char *text) {
 
 // ---- Node walk ----
 
-// A segment of a path: its name in the path's text, and the index behind it or NO_INDEX.
+// A segment of a path: its name in the path's text, and the index behind it or NO_INDEX. The name's first
+// bytes, with the zero byte behind a short one, stand in a word: most names are told apart by that alone.
 struct path_segment {
     const char *name;
     uint32_t length;
     int32_t index;
+    uint64_t first;
+    uint64_t mask; // all ones in the bytes that count
 };
 
 struct path {
@@ -57,8 +60,11 @@ static __thread struct {
     char text[KEPT_PATH_SIZE];
 } last_path;
 
-static bool ends_segment(char c) {
-    return c == '.' || c == '\0';
+static path_segment segment_of(const char *name, size_t length, int index) {
+    path_segment s = {name, static_cast<uint32_t>(length), index, 0, 0};
+    memcpy(&s.first, name, length < sizeof s.first ? length : sizeof s.first);
+    memset(&s.mask, 0xff, length < sizeof s.mask ? length + 1 : sizeof s.mask);
+    return s;
 }
 
 // Split the text of a path, which has less than WALK_EXPR_SIZE bytes.
@@ -66,17 +72,10 @@ static void split_path(const char *text, path *split) {
     split->count = 0;
     const char *p = text + strspn(text, ".");
     while (*p != '\0' && split->count < WALK_SEGMENTS) {
-        const char *name = p;
-        while (!ends_segment(*p) && *p != '[') {
-            p++;
-        }
-        path_segment *s = &split->segments[split->count++];
-        s->name = name;
-        s->length = static_cast<uint32_t>(p - name);
-        s->index = *p == '[' ? leading_int(p + 1) : NO_INDEX;
-        while (!ends_segment(*p)) {
-            p++;
-        }
+        const size_t length = strcspn(p, ".[");
+        const int index = p[length] == '[' ? leading_int(p + length + 1) : NO_INDEX;
+        split->segments[split->count++] = segment_of(p, length, index);
+        p += strcspn(p, ".");
         p += strspn(p, ".");
     }
 }
@@ -93,36 +92,29 @@ static vxlb_jsont *item_at(vxlb_jsont *array, int index) {
     return item;
 }
 
-template <class Word> static bool same_ends(const char *a, const char *b, size_t length) {
-    Word first[2];
-    Word last[2];
-    memcpy(&first[0], a, sizeof(Word));
-    memcpy(&first[1], b, sizeof(Word));
-    memcpy(&last[0], a + length - sizeof(Word), sizeof(Word));
-    memcpy(&last[1], b + length - sizeof(Word), sizeof(Word));
-    return first[0] == first[1] && last[0] == last[1];
+static inline bool is_named(const vxlb_jsont *node, const path_segment *s) {
+    uint64_t first;
+    memcpy(&first, node->name, sizeof first);
+    if ((first & s->mask) != s->first) {
+        return false;
+    }
+    if (s->length < sizeof first) {
+        return true;
+    }
+    if (s->length >= sizeof node->name || node->name[s->length] != '\0') {
+        return false;
+    }
+    size_t at = sizeof first;
+    while (at < s->length && node->name[at] == s->name[at]) {
+        at++;
+    }
+    return at == s->length;
 }
 
-// memcmp for names, most of which are short: two words that may overlap hold all of their bytes.
-static bool is_same(const char *a, const char *b, size_t length) {
-    if (length >= 8) {
-        return same_ends<uint64_t>(a, b, length) &&
-               (__builtin_expect(length <= 16, 1) || memcmp(a, b, length) == 0);
-    }
-    if (length >= 4) {
-        return same_ends<uint32_t>(a, b, length);
-    }
-    return length == 0 ||
-           (a[0] == b[0] && a[length / 2] == b[length / 2] && a[length - 1] == b[length - 1]);
-}
-
-static inline vxlb_jsont *counted_child(const vxlb_jsont *node, const char *name, size_t length) {
-    if (length >= sizeof node->name) {
-        return nullptr;
-    }
+static inline vxlb_jsont *counted_child(const vxlb_jsont *node, const path_segment *s) {
     vxlb_jsont *child = node->children;
     for (int i = node->numChild; i > 0; i--) {
-        if (child->name[length] == '\0' && is_same(child->name, name, length)) {
+        if (is_named(child, s)) {
             return child;
         }
         child = child->next_sib;
@@ -130,30 +122,27 @@ static inline vxlb_jsont *counted_child(const vxlb_jsont *node, const char *name
     return nullptr;
 }
 
-// Where an index leads. Without one, a path may end on an array, but not pass through it.
-static vxlb_jsont *step_into_array(vxlb_jsont *array, int index, bool is_last) {
-    if (index != NO_INDEX) {
-        return item_at(array, index);
+// The first segment stands for the start node, whatever its name. Without an index a path may end on an
+// array, but not pass through it. This calls nothing, so that it needs to save nothing.
+static __attribute__((noinline)) vxlb_jsont *follow(vxlb_jsont *node, const path *split) {
+    if (split->count == 0) {
+        return nullptr;
     }
-    return is_last ? array : nullptr;
-}
-
-// The first segment stands for the start node, whatever its name.
-static inline vxlb_jsont *follow(vxlb_jsont *node, const path *split) {
     const path_segment *s = split->segments;
-    for (int left = split->count; left > 0; left--, s++) {
+    for (const path_segment *last = s + split->count - 1; s != last; s++) {
         if (node->type == VXLB_JSON_ARRAY) {
-            node = step_into_array(node, s->index, left == 1);
+            node = s->index == NO_INDEX ? nullptr : item_at(node, s->index);
+            if (node == nullptr) {
+                return nullptr;
+            }
         }
-        if (left == 1 || node == nullptr) {
-            return node;
-        }
-        node = counted_child(node, s[1].name, s[1].length);
+        node = counted_child(node, s + 1);
         if (node == nullptr) {
             return nullptr;
         }
     }
-    return nullptr;
+    const bool selects = node->type == VXLB_JSON_ARRAY && s->index != NO_INDEX;
+    return selects ? item_at(node, s->index) : node;
 }
 
 // Only the first bytes of a very long path count.
