@@ -13,6 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "vxlb_large_pages.h"
+
 #define TRACE(level, ...) \
     vxlb_debug_log_ex(level, VXLB_MOD_MISC, __FILE__, __LINE__, __func__, __VA_ARGS__)
 
@@ -21,6 +23,7 @@
 
 static void allocate(bigbuf_t *bigbuf, int size) {
     VXLB_MALLOC(bigbuf->buffer, size, "bigbuf");
+    vxlb_use_large_pages(bigbuf->buffer, static_cast<size_t>(size));
     memset(bigbuf->buffer, 0, static_cast<size_t>(size));
     bigbuf->offset = 0;
     bigbuf->bufsize = size;

@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "vxlb_large_pages.h"
+
 static_assert(offsetof(NormTable, next) == offsetof(node, next) &&
                   offsetof(NormTable, slot_status) == offsetof(node, slot_status) &&
                   offsetof(NormTable, str) == sizeof(node),
@@ -235,7 +237,9 @@ static int set_up(NormObjKey *key, int size, int big_buf_size, const char *funct
     if (vxlb_bigbuf_init_ex(&key->bigbuf, big_buf_size) != 0) {
         return -1;
     }
-    VXLB_MALLOC(key->nt, static_cast<size_t>(key->size) * sizeof(NormTable), "NormalTableInit");
+    const size_t bytes = static_cast<size_t>(key->size) * sizeof(NormTable);
+    VXLB_MALLOC(key->nt, bytes, "NormalTableInit");
+    vxlb_use_large_pages(key->nt, bytes);
     empty_all_heads(key);
     return create_pool(key, function);
 }
