@@ -6,12 +6,10 @@
 #include "fuzz.h"
 #include "json_handle.h"
 
-#include <vector>
-
 namespace {
 
 // With any limit the text is the beginning of the whole text.
-void check_printer(const std::string &doc, int limit) {
+void check_printer(std::string_view doc, int limit) {
     static JsonHandle handle;
     vxlb_jsont *tree = vxlb_json_to_jsont(handle.start(doc, 64, 0));
     if (tree == nullptr) {
@@ -19,10 +17,10 @@ void check_printer(const std::string &doc, int limit) {
     }
     const auto tab = static_cast<short>(limit % 7);
     for (const char indent : {'\0', '\1'}) {
-        const std::string whole = jsont_to_string(tree, nullptr, 0, indent, tab, 0);
-        std::vector<char> text(static_cast<size_t>(limit) + 1);
-        jsont_to_string(tree, text.data(), limit, indent, tab, 0);
-        check(text.data() == whole.substr(0, limit > 0 ? static_cast<size_t>(limit) - 1 : 0));
+        const std::string_view whole = jsont_to_string(tree, nullptr, 0, indent, tab, 0);
+        char *text = Pieces::zeroed(static_cast<size_t>(limit) + 1);
+        jsont_to_string(tree, text, limit, indent, tab, 0);
+        check(text == whole.substr(0, limit > 0 ? static_cast<size_t>(limit) - 1 : 0));
     }
     vxlb_jsont_free(tree);
 }
@@ -30,23 +28,27 @@ void check_printer(const std::string &doc, int limit) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    Pieces::forget();
     if (size < 5 || size < 5U + data[3] + data[4]) {
         return 0;
     }
-    const char *text = reinterpret_cast<const char *>(data) + 5;
-    const std::string key(text, data[3]);
-    const std::string value(text + data[3], data[4]);
-    const std::string doc(text + data[3] + data[4], size - 5 - data[3] - data[4]);
-    const int limit = data[2] * 20;
+    Input in = {data, size};
+    const auto operation = static_cast<int8_t>(in.byte());
+    const auto is_string = static_cast<int8_t>(in.byte());
+    const int limit = static_cast<int>(in.byte()) * 20;
+    const unsigned key_length = in.byte();
+    const unsigned value_length = in.byte();
+    const char *key = Pieces::copy(in.text(key_length));
+    const char *value = Pieces::copy(in.text(value_length));
+    const char *doc = Pieces::copy(in.rest());
     char error[200];
-    std::vector<char> out(static_cast<size_t>(limit));
-    for (char *buffer : {static_cast<char *>(nullptr), out.data()}) {
-        const char *edited = vxlb_modify_json_obj_depth1(
-            doc.c_str(), static_cast<int8_t>(data[0]), key.c_str(), value.c_str(),
-            static_cast<int8_t>(data[1]), error, buffer, limit);
+    char *out = Pieces::take(static_cast<size_t>(limit));
+    for (char *buffer : {static_cast<char *>(nullptr), out}) {
+        const char *edited = vxlb_modify_json_obj_depth1(doc, operation, key, value, is_string,
+                                                         error, buffer, limit);
         check(edited == nullptr ? strncmp(error, "Failed to parse json, error - ", 30) == 0
                                 : strlen(edited) < 4096);
     }
-    check_printer(doc, limit);
+    check_printer(std::string_view(doc, size - 5 - key_length - value_length), limit);
     return 0;
 }

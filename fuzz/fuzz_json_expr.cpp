@@ -38,7 +38,7 @@ void collect(const vxlb_jsont *node, const json_expr_cond *cond, int n, std::vec
 }
 
 void check_collection(vxlb_jsont *tree, const std::string &expr) {
-    std::string text = expr.c_str();
+    std::string text = Pieces::copy(until_zero(expr));
     json_expr_cond *cond = nullptr;
     const int n = vxlb_str_to_expr_cond(text.data(), &cond);
     std::vector<char *> expected;
@@ -47,7 +47,8 @@ void check_collection(vxlb_jsont *tree, const std::string &expr) {
     }
     static char *values[5000];
     for (const int max : {5000, 1, 0}) {
-        const int total = vxlb_jsont_eval_expr_str(tree, expr.c_str(), values, max);
+        const int total =
+            vxlb_jsont_eval_expr_str(tree, Pieces::copy(until_zero(expr)), values, max);
         check(total == std::min(max, static_cast<int>(expected.size())));
         check(std::equal(values, values + total, expected.begin()));
     }
@@ -57,6 +58,7 @@ void check_collection(vxlb_jsont *tree, const std::string &expr) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    Pieces::forget();
     if (size < 2 || size < 2U + data[0]) {
         return 0;
     }
@@ -67,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     vxlb_json_t *json = handle.start(doc, 64, 0);
     vxlb_jsont *tree = vxlb_json_to_jsont(json);
     if (tree != nullptr) {
-        const vxlb_jsont *node = vxlb_jsont_eval_expr(tree, expr.c_str());
+        const vxlb_jsont *node = vxlb_jsont_eval_expr(tree, Pieces::copy(until_zero(expr)));
         check(node == nullptr || node->bbm == tree->bbm);
         check_collection(tree, expr);
         vxlb_jsont_free(tree);

@@ -39,6 +39,7 @@ void step(vxlb_json_t *json, JsonModel &model, unsigned char code) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    Pieces::forget();
     static JsonHandle handle;
     if (size < 4 || size < 4U + data[2]) {
         return 0;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Trees from a buffer and from a file, against the plain model and against each other; then printed.
 //
-//     window (0: one that holds the document) | levels, 240 up: by the real initialisation | document
+//     window (0: one that holds the document) | levels, 255: by the real initialisation | document
 
 #include "fuzz.h"
 #include "json_handle.h"
@@ -16,7 +16,8 @@ vxlb_json_t *start(bool is_real, const std::string &doc, int16_t levels, int win
         return handles[window == 0].start(doc, levels, window);
     }
     if (window == 0) {
-        return vxlb_json_init_buffer(doc.data(), levels, static_cast<int>(doc.size()), nullptr);
+        return vxlb_json_init_buffer(Pieces::copy(doc), levels, static_cast<int>(doc.size()),
+                                     nullptr);
     }
     file.write(doc);
     return vxlb_json_init(file.path.c_str(), levels, window, nullptr);
@@ -40,10 +41,11 @@ vxlb_jsont *build(vxlb_json_t *json, JsonModel &model) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    Pieces::forget();
     if (size < 3) {
         return 0;
     }
-    const bool is_real = data[1] >= 240;
+    const bool is_real = data[1] == 255;
     const auto levels = static_cast<int16_t>(1 + data[1] % 127);
     const std::string doc(reinterpret_cast<const char *>(data) + 2, size - 2);
     const int window = data[0] == 0 ? static_cast<int>(doc.size()) + 1 : data[0];

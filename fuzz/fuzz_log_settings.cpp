@@ -15,13 +15,19 @@
 
 namespace {
 
-std::vector<std::string> words_of(const std::string &line, const char *blanks, size_t most,
+std::vector<std::string> words_of(std::string_view line, std::string_view blanks, size_t most,
                                   size_t longest) {
+    const auto is_blank = [&](char c) { return blanks.find(c) != std::string_view::npos; };
     std::vector<std::string> words;
-    for (size_t at = line.find_first_not_of(blanks); at < line.size() && words.size() < most;) {
-        const size_t end = std::min({line.find_first_of(blanks, at), line.size(), at + longest});
-        words.push_back(line.substr(at, end - at));
-        at = line.find_first_not_of(blanks, end);
+    for (size_t at = 0; at < line.size() && words.size() < most;) {
+        size_t end = at;
+        while (end < line.size() && end < at + longest && !is_blank(line[end])) {
+            end++;
+        }
+        if (end > at) {
+            words.emplace_back(line.substr(at, end - at));
+        }
+        at = end == at ? at + 1 : end;
     }
     return words;
 }
@@ -47,8 +53,8 @@ std::optional<uint64_t> value_of(const std::string &word, uint64_t before) {
 }
 
 // The mask, or the word that is wrong.
-std::pair<std::optional<uint64_t>, std::string> read_mask(std::string line) {
-    line.erase(line.size() - (line.ends_with('\n') ? 1 : 0));
+std::pair<std::optional<uint64_t>, std::string> read_mask(std::string_view line) {
+    line.remove_suffix(line.ends_with('\n') ? 1 : 0);
     const auto words = words_of(line, " ", 100, line.size());
     uint64_t mask = 0;
     uint64_t value = 0;
@@ -70,19 +76,20 @@ std::pair<std::optional<uint64_t>, std::string> read_mask(std::string line) {
     return {mask, ""};
 }
 
-void check_mask(const std::string &line) {
-    const auto [mask, wrong] = read_mask(line);
-    std::string message(line.size() + 71, '\0');
+void check_mask(const char *line, size_t length) {
+    const auto [mask, wrong] = read_mask(std::string_view(line, length));
+    char *message = Pieces::take(length + 71);
+    message[0] = '\0';
     vxlb_util_set_modulemask(12345);
-    check(set_vxlb_modulemask(line.c_str(), message.data()) == (mask ? 0 : -1));
+    check(set_vxlb_modulemask(line, message) == (mask ? 0 : -1));
     check(lib_module_mask == mask.value_or(12345));
-    const std::string expected =
-        mask ? ""
-             : "ZylErr[1011357]: Provided Modulemask '" + wrong + "' is not a valid modulemask.";
-    check(expected == message.c_str());
+    check(mask
+              ? message[0] == '\0'
+              : "ZylErr[1011357]: Provided Modulemask '" + wrong + "' is not a valid modulemask." ==
+                    message);
 }
 
-void check_level(const std::string &line) {
+void check_level(const char *line) {
     static CapturedStderr printed;
     const auto words = words_of(line, " \t\n\v\f\r", 3, 511);
     const std::string value = words.size() < 2 ? "" : words[1];
@@ -91,7 +98,7 @@ void check_level(const std::string &line) {
     const uint32_t known[] = {0, 0xFF, 0xFFFF, 0xFFFFFF, 0xFFFFFFFF};
     const auto level = number >= 0 && number <= 4 ? known[number] : static_cast<uint32_t>(number);
     vxlb_util_set_debug_log_level(77);
-    check(set_vxlb_debug(line.c_str()) == (is_number ? 0 : -1));
+    check(set_vxlb_debug(line) == (is_number ? 0 : -1));
     check(vxlb_log_level == (is_number ? level : 77));
     const std::string keyword = words.empty() ? "" : words[0];
     check(printed.take() == (words.size() < 2 ? "Invalid argument to keyword " + keyword +
@@ -103,8 +110,10 @@ void check_level(const std::string &line) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    const std::string line = Input{data, size}.rest().c_str();
-    check_mask(line);
-    check_level(line);
+    Pieces::forget();
+    const std::string_view line = until_zero(Input{data, size}.rest());
+    const char *text = Pieces::copy(line);
+    check_mask(text, line.size());
+    check_level(text);
     return 0;
 }

@@ -62,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     g_num_tags = static_cast<int>(words.size());
     const bool is_framed = in.byte() < 200;
-    const std::string text = in.rest();
+    const std::string text(in.rest());
     file.write(is_framed ? "{\"x\":1,\"scenario\":{\"TAGS\":{\"_G\":[[" + text + "]]}}}" : text);
     struct stat info = {};
     check(fstat(file.fd, &info) == 0);

@@ -9,28 +9,31 @@
 
 namespace {
 
-std::string decode_plainly(const std::string &text) {
-    const auto has_digits = [](const std::string &all, size_t at) {
-        for (size_t i = at; i < at + 4; i++) {
-            if (i >= all.size() || isxdigit(static_cast<unsigned char>(all[i])) == 0) {
-                return false;
-            }
+// The number of four hexadecimal digits that begin a text, or -1.
+int code_of(std::string_view text) {
+    int code = 0;
+    for (size_t i = 0; i < 4; i++) {
+        const int c = i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
+        if (isxdigit(c) == 0) {
+            return -1;
         }
-        return true;
-    };
+        code = code * 16 + (c <= '9' ? c - '0' : (c | 32) - 'a' + 10);
+    }
+    return code;
+}
+
+std::string decode_plainly(std::string_view text) {
     std::string out;
     for (size_t i = 0; i < text.size();) {
-        const size_t digits = text[i] == '\0'                        ? i + 1
-                              : text.compare(i, 2, "\\u", 0, 2) == 0 ? i + 2
-                                                                     : 0;
-        if (digits != 0 && has_digits(text, digits)) {
-            const int code = std::stoi(text.substr(digits, 4), nullptr, 16);
-            out += code >= 1 && code <= 127 ? std::string(1, static_cast<char>(code)) : "";
-            i = digits + 4;
-        } else {
-            out += text[i] == '\0' ? "" : std::string(1, text[i]);
-            i++;
+        const bool is_escape = text[i] == '\\' && i + 1 < text.size() && text[i + 1] == 'u';
+        const size_t digits = is_escape ? i + 2 : i + 1;
+        const int code = is_escape || text[i] == '\0' ? code_of(text.substr(digits)) : -1;
+        if (code == -1 && text[i] != '\0') {
+            out += text[i];
+        } else if (code >= 1 && code <= 127) {
+            out += static_cast<char>(code);
         }
+        i = code == -1 ? i + 1 : digits + 4;
     }
     return out;
 }
@@ -38,9 +41,10 @@ std::string decode_plainly(const std::string &text) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    const std::string tag(reinterpret_cast<const char *>(data), size);
-    std::string decoded(size + 1, 'x');
-    const size_t length = decode_unicode(tag, decoded.data());
-    check(decoded[length] == '\0' && decoded.substr(0, length) == decode_plainly(tag));
+    Pieces::forget();
+    const std::string_view tag(Pieces::copy(Input{data, size}.rest()), size);
+    char *decoded = Pieces::take(size + 1);
+    const size_t length = decode_unicode(tag, decoded);
+    check(decoded[length] == '\0' && std::string_view(decoded, length) == decode_plainly(tag));
     return 0;
 }

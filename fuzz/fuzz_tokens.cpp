@@ -6,7 +6,6 @@
 #include <libvxcore/vxlb_util.h>
 
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "fuzz.h"
@@ -14,7 +13,7 @@
 
 namespace {
 
-using Fields = std::vector<std::string>;
+using Fields = std::vector<std::string_view>;
 
 Fields split_at_any(const std::string &text, const std::string &set) {
     Fields fields;
@@ -22,7 +21,7 @@ Fields split_at_any(const std::string &text, const std::string &set) {
         const size_t begin = text.find_first_not_of(set, at);
         const size_t end = std::min(text.find_first_of(set, begin), text.size());
         if (begin != std::string::npos) {
-            fields.push_back(text.substr(begin, end - begin));
+            fields.push_back(std::string_view(text).substr(begin, end - begin));
         }
         at = begin == std::string::npos ? text.size() : end;
     }
@@ -39,7 +38,7 @@ Fields split_at_text(const std::string &text, const std::string &token) {
         const size_t from = quote == std::string::npos ? begin : std::min(quote + 2, text.size());
         const size_t next = token.empty() ? std::string::npos : text.find(token, from);
         const size_t end = quote != std::string::npos ? quote + 1 : std::min(next, text.size());
-        fields.push_back(text.substr(begin, end - begin));
+        fields.push_back(std::string_view(text).substr(begin, end - begin));
         if (next == std::string::npos) {
             return fields;
         }
@@ -51,40 +50,44 @@ Fields split_at_text(const std::string &text, const std::string &token) {
 
 // The text is in an array of its exact size, so that the sanitizer sees any byte beyond.
 template <typename Tokenizer>
-void check_fields(Tokenizer tokenizer, const std::string &text, const std::string &token, int limit,
-                  Fields expected) {
-    const std::unique_ptr<char, decltype(&free)> copy(strdup(text.c_str()), free);
+void check_fields(Tokenizer tokenizer, std::string_view text, const char *token, int limit,
+                  const Fields &expected) {
+    char *copy = Pieces::copy(text);
     const auto count = std::min(expected.size(), static_cast<size_t>(limit));
-    const auto fields = std::make_unique<char *[]>(static_cast<size_t>(limit));
-    check(tokenizer(copy.get(), fields.get(), token.c_str(), limit) == static_cast<int>(count));
+    char **fields =
+        reinterpret_cast<char **>(Pieces::take(static_cast<size_t>(limit) * sizeof *fields));
+    check(tokenizer(copy, fields, token, limit) == static_cast<int>(count));
     for (size_t i = 0; i < count; i++) {
         check(expected[i] == fields[i]);
-        check(fields[i] >= copy.get() && fields[i] <= copy.get() + text.size());
+        check(fields[i] >= copy && fields[i] <= copy + text.size());
     }
 }
 
-void check_shell_word(const std::string &text, size_t room) {
-    const size_t length = vxlb_shell_word(text.c_str(), "/", nullptr, 0);
-    const auto whole = std::make_unique<char[]>(length + 1);
-    check(vxlb_shell_word(text.c_str(), "/", whole.get(), length + 1) == length);
-    check(strlen(whole.get()) == length && read_by_shell(whole.get()) == text);
-    const auto cut = std::make_unique<char[]>(room);
-    check(vxlb_shell_word(text.c_str(), "/", cut.get(), room) == length);
-    check(room == 0 || std::string(whole.get(), std::min(length, room - 1)) == cut.get());
+void check_shell_word(const char *text, size_t room) {
+    const size_t length = vxlb_shell_word(text, "/", nullptr, 0);
+    char *whole = Pieces::take(length + 1);
+    check(vxlb_shell_word(text, "/", whole, length + 1) == length);
+    check(strlen(whole) == length && read_by_shell(whole) == text);
+    char *cut = Pieces::take(room);
+    check(vxlb_shell_word(text, "/", cut, room) == length);
+    check(room == 0 || std::string_view(whole, std::min(length, room - 1)) == cut);
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    Pieces::forget();
     Input in = {data, size};
     const int limit = static_cast<int>(in.byte() % 20);
     const std::string token = in.name(5);
-    const std::string text = in.rest().c_str();
-    check_fields(get_tokens, text, token, limit, split_at_any(text, token));
-    check_fields(vxlb_get_tokens, text, token, limit, split_at_text(text, token));
+    const std::string text(until_zero(in.rest()));
+    const char *own_token = Pieces::copy(token);
+    const char *own_text = Pieces::copy(text);
+    check_fields(get_tokens, text, own_token, limit, split_at_any(text, token));
+    check_fields(vxlb_get_tokens, text, own_token, limit, split_at_text(text, token));
     const bool is_number =
         std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-    check(vx_is_numeric(text.c_str()) == (is_number ? 1 : 0));
-    check_shell_word(text, static_cast<size_t>(limit));
+    check(vx_is_numeric(own_text) == (is_number ? 1 : 0));
+    check_shell_word(own_text, static_cast<size_t>(limit));
     return 0;
 }

@@ -4,7 +4,7 @@
 
 // One parser handle, used again for every input: as initialisation leaves it, but without a new result
 // buffer (64 KB) each time, and reading from memory through a stream without system calls. Window
-// and stacks are new each time and have their exact size, so that the sanitizer guards their ends.
+// and stacks are new each time and guarded at their ends.
 
 #include <algorithm>
 #include <cstdio>
@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "memory.h"
 #include "vxlb_json_internal.h"
 
 struct JsonHandle {
@@ -20,9 +21,17 @@ struct JsonHandle {
     size_t position = 0;
     FILE *stream = fopencookie(this, "r", {read, nullptr, seek, nullptr});
 
-    JsonHandle() { setvbuf(stream, nullptr, _IONBF, 0); }
+    JsonHandle() {
+        free(json->buffer);
+        free(json->os_offset);
+        free(json->state);
+        setvbuf(stream, nullptr, _IOFBF, 512);
+    }
     JsonHandle(const JsonHandle &) = delete;
     ~JsonHandle() {
+        json->buffer = nullptr;
+        json->os_offset = nullptr;
+        json->state = nullptr;
         json->fp = stream;
         vxlb_json_free(json);
     }
@@ -48,19 +57,23 @@ struct JsonHandle {
     }
     // The handle at the start of a document; window 0 is buffer mode.
     vxlb_json_t *start(std::string_view document, int16_t levels, int window) {
-        release();
         const size_t size = window == 0 ? document.size() : static_cast<size_t>(window);
         const auto entries = static_cast<size_t>(levels);
+        if (json->return_buf_len != JSON_RETURN_BUF_SIZE) {
+            free(json->return_buf);
+            json->return_buf = static_cast<char *>(malloc(JSON_RETURN_BUF_SIZE + 1));
+        }
         char *kept = json->return_buf;
         *json = {};
         json->return_buf = kept;
         json->return_buf_len = JSON_RETURN_BUF_SIZE;
         json->f_size = static_cast<int64_t>(document.size());
         json->buffer_length = static_cast<int32_t>(size);
-        json->buffer = static_cast<char *>(calloc(size + 1, 1));
+        json->buffer = Pieces::zeroed(size + 1);
         json->max_depth = levels;
-        json->os_offset = static_cast<int64_t *>(calloc(entries, sizeof *json->os_offset));
-        json->state = static_cast<unsigned char *>(calloc(entries, 1));
+        json->os_offset =
+            reinterpret_cast<int64_t *>(Pieces::zeroed(entries * sizeof *json->os_offset));
+        json->state = reinterpret_cast<unsigned char *>(Pieces::zeroed(entries));
         text = document;
         if (window != 0) {
             json->mode = FILE_MODE;
@@ -76,15 +89,6 @@ struct JsonHandle {
             json->state[0] = IN_ARRAY;
         }
         return json;
-    }
-    void release() {
-        free(json->buffer);
-        free(json->os_offset);
-        free(json->state);
-        if (json->return_buf_len != JSON_RETURN_BUF_SIZE) {
-            free(json->return_buf);
-            json->return_buf = static_cast<char *>(malloc(JSON_RETURN_BUF_SIZE + 1));
-        }
     }
 };
 

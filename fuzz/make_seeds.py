@@ -80,8 +80,8 @@ def moves(documents=DOCUMENTS, windows=WINDOWS):
 
 
 def tree(documents=DOCUMENTS, windows=WINDOWS):
-    for levels, window, document in itertools.product((32, 240 + 13), windows, documents):
-        yield bytes([window, levels]) + document
+    for window, document in itertools.product(windows, documents):
+        yield bytes([window, 255 if window == 7 else 32]) + document
 
 
 def expr(documents=DOCUMENTS, paths=tuple(PATHS)):

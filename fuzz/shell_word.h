@@ -6,9 +6,10 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <string_view>
 
 // What a shell makes of a text that ought to be one word without anything to run or expand.
-static inline std::optional<std::string> read_by_shell(const std::string &word) {
+static inline std::optional<std::string> read_by_shell(std::string_view word) {
     std::string read;
     bool is_quoted = false;
     for (size_t i = 0; i < word.size(); i++) {
