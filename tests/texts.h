@@ -43,8 +43,8 @@ template <typename Function> std::string retold(const std::string &table, Functi
     std::string told;
     for (size_t at = 0, end = 0; at < table.size(); at = end) {
         end = std::min(table.find_first_of(";\n", at), table.size() - 1) + 1;
-        const size_t begin = std::min(table.find_first_not_of(' ', at), end);
-        const size_t arrow = std::min(table.find(" -> ", begin), end);
+        const size_t arrow = std::min(table.find(" -> ", at), end);
+        const size_t begin = std::min(table.find_first_not_of(' ', at), arrow);
         const std::string input = table.substr(begin, arrow - begin);
         told += table.substr(at, arrow - at);
         told += arrow < end ? " -> " + output(input) + table.substr(end - 1, 1) : "";
