@@ -2,19 +2,18 @@
 // Records of all three kinds beside a model of their text, length and place; a rollover now and then.
 //
 //     date | level mask (2) | module mask | limit of the log | error log's name | then for each record:
-//     kind, level, module, line, lengths of file name, function and message, a byte for the message
+//     kind, level, module, line, lengths of file name, function and message (2), its byte
 
 #include <libvxcore/vxlb_log.h>
 
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "captured_stderr.h"
 #include "fuzz.h"
+#include "memory_files.h"
 
 // The library's clock. Local time is that of UTC.
 static time_t g_now;
@@ -28,37 +27,12 @@ namespace {
 constexpr size_t RECORD_LIMIT = 64000;
 constexpr size_t STREAM_LIMIT = 20000;
 
-// One log file in memory; the model holds what it and its older file have.
+// One log file; the model holds what it and its older file have.
 struct Log {
     std::string path, text, older;
     bool is_rolled = false;
-    static std::string in_memory(const char *name) {
-        return "/dev/shm/vx-fuzz-" + std::to_string(getpid()) + name;
-    }
-    explicit Log(const char *name) : path(in_memory(name)) {}
-    void forget() {
-        if (!text.empty()) {
-            unlink(path.c_str());
-        }
-        if (is_rolled) {
-            unlink((path + ".prev").c_str());
-        }
-        text = older = "";
-        is_rolled = false;
-    }
-    static std::string contents(const std::string &path) {
-        std::string all;
-        const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd >= 0) {
-            struct stat info = {};
-            fstat(fd, &info);
-            all.resize(static_cast<size_t>(info.st_size));
-            check(read(fd, all.data(), all.size()) == info.st_size);
-            close(fd);
-        }
-        return all;
-    }
-    void append(const std::string &record, size_t limit) {
+    explicit Log(const char *name) : path(name) {}
+    void append(std::string_view record, size_t limit) {
         if (limit > 0 && text.size() > limit) {
             older = std::exchange(text, "");
             is_rolled = true;
@@ -66,8 +40,15 @@ struct Log {
         text += record;
     }
     void check_files() const {
-        check(text.empty() ? access(path.c_str(), F_OK) != 0 : contents(path) == text);
-        check(!is_rolled || contents(path + ".prev") == older);
+        const std::string *newer = memory_files::at(path.c_str());
+        check(text.empty() ? newer == nullptr : newer != nullptr && *newer == text);
+        const std::string *rolled = memory_files::at((path + ".prev").c_str());
+        check(is_rolled ? rolled != nullptr && *rolled == older : rolled == nullptr);
+    }
+    void forget() {
+        text.clear();
+        older.clear();
+        is_rolled = false;
     }
 };
 
@@ -75,7 +56,7 @@ struct Record {
     unsigned kind;
     int level, line;
     uint64_t mask;
-    std::string file, function, message;
+    std::string_view file, function, message; // each with a zero byte behind it
     explicit Record(Input &in) {
         static const int levels[] = {VXLB_LEVEL_1, VXLB_LEVEL_2, VXLB_LEVEL_3, VXLB_LEVEL_4, 0, 1,
                                      -1,           0x10101};
@@ -83,28 +64,35 @@ struct Record {
         level = levels[in.byte() % 8];
         mask = uint64_t{1} << in.byte() % 64;
         line = static_cast<int>(in.byte() * 16777619U);
-        file = long_text(in, 'f');
-        function = long_text(in, 'g');
-        const size_t length =
-            in.byte() + (in.byte() % 8 == 7 ? size_t{256} * (in.byte() % 64 + 216) : 0);
-        message = std::string(length, static_cast<char>(std::max(in.byte(), 1U)));
-    }
-    // Mostly short; sometimes of thousands of bytes.
-    static std::string long_text(Input &in, char c) {
+        file = name(in, 'f');
+        function = name(in, 'g');
         const unsigned length = in.byte();
-        return std::string(length < 250 ? length % 40 : (length - 249) * 11000, c);
+        const unsigned more = in.byte();
+        const auto letter = static_cast<char>(std::max(in.byte(), 1U));
+        // More by 55296 bytes and up: a record's limit is among these lengths.
+        message = Pieces::repeat(
+            letter, length + (is_long(more) ? size_t{256} * (more % 2 * 48 + 216) : 0));
     }
-    std::string site() const { return file + "|" + std::to_string(line) + "|" + function + "|"; }
+    // Two bytes of all: what is long takes its time.
+    static bool is_long(unsigned byte) { return byte == 200 || byte == 201; }
+    static std::string_view name(Input &in, char c) {
+        const unsigned length = in.byte();
+        return Pieces::repeat(c, is_long(length) ? (length - 199) * size_t{33000} : length % 40);
+    }
+    std::string site() const {
+        std::string text(file);
+        text.append("|").append(std::to_string(line)).append("|").append(function);
+        return text += '|';
+    }
 };
 
 // A prefix and a message within the limit: one that is cut ends with the formatter's zero byte.
-std::string laid_out(std::string prefix, const std::string &message, size_t limit) {
+std::string laid_out(std::string prefix, std::string_view message, size_t limit) {
     prefix.resize(std::min(prefix.size(), limit));
     const size_t room = limit - prefix.size();
-    if (message.size() < room) {
-        return prefix + message;
-    }
-    return room == 0 ? prefix : prefix + message.substr(0, room - 1) + '\0';
+    prefix += message.substr(0, message.size() < room ? room : std::max<size_t>(room, 1) - 1);
+    prefix.append(message.size() >= room && room > 0 ? 1 : 0, '\0');
+    return prefix;
 }
 
 std::string severity(int level) {
@@ -129,7 +117,7 @@ std::string date(const char *error) {
 
 struct Logs {
     CapturedStderr printed;
-    Log debug{"-debug"}, error{"-error"};
+    Log debug{"/memory/debug"}, error{"/memory/error"};
     size_t limit = 0;
 
     void begin(Input &in) {
@@ -139,7 +127,7 @@ struct Logs {
         vxlb_util_set_debug_log_level(
             static_cast<int>(in.byte() * 0x1010101U & (in.byte() * 0x8080808U | 0xFF)));
         vxlb_util_set_modulemask(in.byte() * 0x0101010101010101U);
-        limit = in.byte() * size_t{600};
+        limit = in.byte() * size_t{200};
         vxlb_util_set_debug_log_size(static_cast<unsigned>(limit));
         vxlb_util_set_log_filename(debug.path.c_str(),
                                    in.byte() % 2 == 0 ? "" : error.path.c_str());
@@ -150,16 +138,18 @@ struct Logs {
         check(printed.take().empty());
         vxlb_close_log_fd();
         if (lib_error_fd > 0) {
-            close(lib_error_fd);
+            __wrap_close(lib_error_fd);
         }
         lib_error_fd = -1;
+        check(memory_files::count_open() == 0);
+        memory_files::forget();
         debug.forget();
         error.forget();
     }
     void trace(const Record &r) {
         errno = 4242;
-        (vxlb_debug_log_ex)(r.level, r.mask, r.file.c_str(), r.line, r.function.c_str(), "%s",
-                            r.message.c_str());
+        (vxlb_debug_log_ex)(r.level, r.mask, r.file.data(), r.line, r.function.data(), "%s",
+                            r.message.data());
         check(errno == 4242);
         if ((static_cast<uint32_t>(r.level) & vxlb_log_level) != 0 &&
             (r.mask & lib_module_mask) != 0) {
@@ -169,8 +159,8 @@ struct Logs {
     }
     void report(const Record &r) {
         errno = 4242;
-        vxlb_error_log_ex(r.level, r.file.c_str(), r.line, r.function.c_str(), "id", "attribute",
-                          "%s", r.message.c_str());
+        vxlb_error_log_ex(r.level, r.file.data(), r.line, r.function.data(), "id", "attribute",
+                          "%s", r.message.data());
         check(errno == 4242);
         const std::string text = r.level == 0
                                      ? ""
@@ -184,11 +174,12 @@ struct Logs {
         }
     }
     void print(const Record &r) {
-        std::string text;
-        FILE *out = fopencookie(&text, "w", {nullptr, CapturedStderr::write, nullptr, nullptr});
-        check(lib_debug_log(r.level, 0x10000, out, r.file.c_str(), r.line, r.function.c_str(), "%s",
-                            r.message.c_str()) == 0);
-        fclose(out);
+        static std::string text;
+        static FILE *out =
+            fopencookie(&text, "w", {nullptr, CapturedStderr::write, nullptr, nullptr});
+        text.clear();
+        check(lib_debug_log(r.level, 0x10000, out, r.file.data(), r.line, r.function.data(), "%s",
+                            r.message.data()) == 0);
         const std::string record =
             laid_out(date("Error|Error|") + r.site(), r.message, STREAM_LIMIT);
         check(text == (r.level > 0x10000 ? "" : std::string("\n") + record.c_str() + "\n"));
@@ -199,6 +190,7 @@ struct Logs {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static Logs logs;
+    Pieces::forget();
     Input in = {data, std::min<size_t>(size, 200)};
     logs.begin(in);
     while (!in.is_empty()) {

@@ -75,20 +75,26 @@ struct Model {
         }
         return static_cast<int>(hash % static_cast<uint64_t>(prime));
     }
-    // Places of a bucket in the order of the walk; none while its head is empty.
-    std::vector<int> walk(int bucket) {
-        std::vector<int> all;
-        if (at(bucket).str != -1) {
-            all.push_back(bucket);
-            all.insert(all.end(), chain(bucket).begin(), chain(bucket).end());
-        }
-        return all;
+    // Places that a walk through a bucket passes; none while its head is empty.
+    int places_in(int bucket) {
+        return at(bucket).str == -1 ? 0 : 1 + static_cast<int>(chain(bucket).size());
+    }
+    bool has_name(int place, const std::string &name, int len) {
+        const Entry &e = at(place);
+        const auto text = bytes.begin() + static_cast<ptrdiff_t>(e.str);
+        return e.len == len && text[len - 1] == name[static_cast<size_t>(len) - 1] &&
+               std::equal(name.begin(), name.begin() + len, text);
     }
     int find(const std::string &name, int len) {
-        for (const int place : walk(bucket(name))) {
-            const Entry &e = at(place);
-            if (e.len == len &&
-                strncmp(bytes.c_str() + e.str, name.c_str(), static_cast<size_t>(len)) == 0) {
+        const int home = bucket(name);
+        if (places_in(home) == 0) {
+            return -1;
+        }
+        if (has_name(home, name, len)) {
+            return home;
+        }
+        for (const int place : chain(home)) {
+            if (has_name(place, name, len)) {
                 return place;
             }
         }
@@ -96,7 +102,7 @@ struct Model {
     }
     int insert(const std::string &name, int len, int id, int *flag) {
         const int home = bucket(name);
-        const auto passed = static_cast<int>(walk(home).size());
+        const auto passed = places_in(home);
         int place = home;
         if (passed > 0) {
             if (free.empty()) {
@@ -229,38 +235,41 @@ struct Table {
         data.val_long = datum;
         switch (kind) {
         case 0:
-            return vxlb_get_or_set_norm_id(&key, name.c_str(), len, flag);
+            return vxlb_get_or_set_norm_id(&key, Pieces::copy(name), len, flag);
         case 1:
-            return vxlb_get_or_gen_norm_id(&key, name.c_str(), len, flag);
+            return vxlb_get_or_gen_norm_id(&key, Pieces::copy(name), len, flag);
         case 2:
-            return vxlb_get_or_gen_norm_id_ex(&key, name.c_str(), len, flag, hash);
+            return vxlb_get_or_gen_norm_id_ex(&key, Pieces::copy(name), len, flag, hash);
         case 3:
-            return vxlb_get_set_or_gen_norm_id(&key, name.c_str(), len, flag, id);
+            return vxlb_get_set_or_gen_norm_id(&key, Pieces::copy(name), len, flag, id);
         case 4:
-            return vxlb_get_set_or_gen_norm_id_ex(&key, name.c_str(), len, flag);
+            return vxlb_get_set_or_gen_norm_id_ex(&key, Pieces::copy(name), len, flag);
         case 5:
-            return vxlb_set_norm_id(&key, name.c_str(), len, id);
+            return vxlb_set_norm_id(&key, Pieces::copy(name), len, id);
         case 6:
-            return vxlb_set_norm_id_and_data(&key, name.c_str(), len, id, static_cast<char>(id));
+            return vxlb_set_norm_id_and_data(&key, Pieces::copy(name), len, id,
+                                             static_cast<char>(id));
         default:
-            return vxlb_set_norm_id_and_data_ex(&key, name.c_str(), len, id, data);
+            return vxlb_set_norm_id_and_data_ex(&key, Pieces::copy(name), len, id, data);
         }
     }
     void look_up(const std::string &name, int len) {
         const bool is_bad = name.empty() || len == 0;
         const int place = is_bad || len < 0 ? -1 : model.find(name, len);
         const int expected = place >= 0 ? model.at(place).idx : is_bad ? -1 : -2;
-        check(vxlb_get_norm_id(&key, name.c_str(), len) == expected);
+        check(vxlb_get_norm_id(&key, Pieces::copy(name), len) == expected);
         int hash = 7;
         NormTableData data;
         data.val_long = 99;
-        check(vxlb_get_norm_id_hash_data_ex(&key, name.c_str(), len, &hash, &data) == expected);
+        check(vxlb_get_norm_id_hash_data_ex(&key, Pieces::copy(name), len, &hash, &data) ==
+              expected);
         check(hash == (is_bad || len < 0 ? 7 : model.bucket(name)));
         const bool is_told =
-            place >= 0 || (!is_bad && len > 0 && model.walk(model.bucket(name)).empty());
+            place >= 0 || (!is_bad && len > 0 && model.places_in(model.bucket(name)) == 0);
         check(data.val_long == (place >= 0 ? model.datum(place) : is_told ? 0 : 99));
         int value = 99;
-        check(vxlb_get_norm_id_hash_data(&key, name.c_str(), len, nullptr, &value) == expected);
+        check(vxlb_get_norm_id_hash_data(&key, Pieces::copy(name), len, nullptr, &value) ==
+              expected);
         check(value == data.val_int);
     }
     void remove(const std::string &name, int given) {
@@ -268,7 +277,8 @@ struct Table {
         const int place = name.empty() || len < 1 ? -1 : model.find(name, len);
         const int expected = place >= 0 ? model.at(place).idx : 7;
         int id = 7;
-        check(vxlb_delete_norm_id_ex(&key, name.c_str(), given, &id) == (place >= 0 ? 0 : -1));
+        check(vxlb_delete_norm_id_ex(&key, Pieces::copy(name), given, &id) ==
+              (place >= 0 ? 0 : -1));
         check(id == expected);
         if (place >= 0) {
             model.remove(name, place);
@@ -289,6 +299,14 @@ struct Table {
                                                 : "NormIdNameNotFound";
         check(expected == vxlb_get_norm_table_data(&key, id));
     }
+    // More names than there are slots at first; once, for it takes its time.
+    void fill() {
+        for (int i = 0; i < 100 && !is_full; i++) {
+            add(1, std::to_string(i), 0, 0);
+        }
+        is_full = true;
+    }
+    bool is_full = false;
     void step(Input &in) {
         const unsigned code = in.byte();
         const std::string name = in.name(6);
@@ -322,6 +340,8 @@ struct Table {
             if (code < 64) {
                 check(vxlb_obj_hash_reset(&key) == 0);
                 model.reset();
+            } else if (code == 255 && shape == 255) {
+                fill();
             } else {
                 vxlb_add_id_in_free_list(&key, id);
                 model.free_ids.push_back(id);
@@ -345,6 +365,7 @@ struct Table {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static CapturedStderr printed;
+    Pieces::forget();
     Input in = {data, std::min<size_t>(size, 600)};
     const int buckets = 1 + static_cast<int>(in.byte() % BUCKETS_MAX);
     Table table(buckets, 1 + static_cast<int>(in.byte()) * 4);

@@ -141,14 +141,15 @@ def norm_ids():
                 step(code, name, shape) + step(8, name) for name in names for shape in (0, 210, 240, 255)) + \
                 b''.join(step(last, name, 0, argument) for last in (10, 4, 12, 13, 14, 15, 0, 0x4f)
                          for name in names for argument in (0, 1, 0xFE))
+    yield bytes([2, 0]) + step(0xff, b'', 0xff) + step(8, b'77') + step(10, b'7') + step(1, b'a')
 
 
 def log():
     for settings in (b'\x07\xff\x00\xff\x00\x01', b'\x01\x0f\x01\x7f\x01\x01', b'\x05\xff\x00\xff\x02\x00'):
-        records = [bytes([kind, 1, 4, 9, name, 5, low, high, high & 63, 65])
-                   for kind in (0, 5, 7) for name in (3, 251, 255) for low, high in ((20, 0), (40, 7), (255, 39))]
-        yield settings + b''.join(records)
-        yield settings + b''.join(records[:4]) * 4
+        for kind in (0, 5, 7):
+            yield settings + b''.join(bytes([kind, 1, 4, 9, name, 5, low, high, 65])
+                                      for name, low, high in ((3, 20, 0), (3, 40, 200), (201, 20, 0), (200, 255, 201)))
+            yield settings + bytes([kind, 1, 4, 9, 3, 5, 90, 0, 65]) * 9
 
 
 def command():

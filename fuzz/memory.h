@@ -6,6 +6,8 @@
 // library lies in pieces of one array, guarded to the byte by hand; and what a model allocates, which needs
 // no guard, comes from lists of free blocks. The library's own allocations stay the sanitizer's.
 
+#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -50,6 +52,12 @@ public:
         piece[text.size()] = '\0';
         return piece;
     }
+    static std::string_view repeat(char c, size_t size) {
+        char *piece = take(size + 1);
+        memset(piece, c, size);
+        piece[size] = '\0';
+        return {piece, size};
+    }
     static void forget() {
         if (__asan_poison_memory_region != nullptr) {
             __asan_poison_memory_region(memory, used);
@@ -59,12 +67,12 @@ public:
 };
 
 #ifdef VX_BUILD_FUZZ
-// Blocks of models, kept by size and never given back.
+// Blocks of models, kept by the power of two that holds them and never given back.
 namespace blocks {
-constexpr size_t STEP = 32, SIZES = 64, CHUNK = 1 << 20;
+constexpr size_t SMALLEST = 5, SIZES = 21, CHUNK = size_t{1} << SIZES;
 union Block {
     Block *next;
-    size_t place; // in `kept`, while it is in use
+    size_t power; // while it is in use
     std::max_align_t alignment;
 };
 inline Block *kept[SIZES];
@@ -82,28 +90,30 @@ static inline Block *carve(size_t size) {
 } // namespace blocks
 
 void *operator new(size_t size) {
-    const size_t place = (size + sizeof(blocks::Block) + blocks::STEP - 1) / blocks::STEP;
-    blocks::Block *block;
-    if (place >= blocks::SIZES) {
-        block = static_cast<blocks::Block *>(malloc(size + sizeof(blocks::Block)));
-    } else if (blocks::kept[place] != nullptr) {
-        block = std::exchange(blocks::kept[place], blocks::kept[place]->next);
+    using namespace blocks;
+    const size_t power = std::max(SMALLEST, std::bit_width(size + sizeof(Block) - 1) + size_t{0});
+    Block *block;
+    if (power >= SIZES) {
+        block = static_cast<Block *>(malloc(size + sizeof(Block)));
+    } else if (kept[power] != nullptr) {
+        block = std::exchange(kept[power], kept[power]->next);
     } else {
-        block = blocks::carve(place * blocks::STEP);
+        block = carve(size_t{1} << power);
     }
-    block->place = place;
+    block->power = power;
     return block + 1;
 }
 void operator delete(void *memory) noexcept {
+    using namespace blocks;
     if (memory == nullptr) {
         return;
     }
-    auto *block = static_cast<blocks::Block *>(memory) - 1;
-    const size_t place = block->place;
-    if (place >= blocks::SIZES) {
+    auto *block = static_cast<Block *>(memory) - 1;
+    const size_t power = block->power;
+    if (power >= SIZES) {
         return free(block);
     }
-    block->next = std::exchange(blocks::kept[place], block);
+    block->next = std::exchange(kept[power], block);
 }
 void operator delete(void *memory, size_t) noexcept {
     operator delete(memory);
