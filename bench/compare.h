@@ -67,6 +67,11 @@ inline void init(int argc, char **argv) {
     }
 }
 
+// Whether works whose names hold this text are asked for: saves the set-up of the others.
+inline bool is_wanted(const std::string &text) {
+    return once_work().empty() || once_work().find(text) != std::string::npos;
+}
+
 inline double cpu_seconds() {
     timespec now{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
