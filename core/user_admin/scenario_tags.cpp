@@ -86,9 +86,7 @@ bool is_tag_matching(const vxlb_jsont &node) {
 }
 
 bool has_matching_tag(vxlb_jsont *root) {
-    char path[64];
-    vxlb_copy_text(path, sizeof path, TAG_PATH);
-    const vxlb_jsont *tags = vxlb_jsont_eval_expr(root, path);
+    const vxlb_jsont *tags = vxlb_jsont_eval_expr(root, TAG_PATH);
     const vxlb_jsont *tag = tags == nullptr ? nullptr : tags->children;
     while (tag != nullptr && !is_tag_matching(*tag)) {
         tag = tag->next_sib;
