@@ -4,31 +4,27 @@
 
 #include "../fuzz/json_model.h"
 
-// A parser on a buffer for window 0, else on a file that is read in windows of that size.
-struct Handle {
-    MemoryFile file;
-    vxlb_json_t *json;
-    Handle(const std::string &doc, int window, int16_t levels = 0)
-        : file(window == 0 ? "" : doc),
-          json(window == 0 ? vxlb_json_init_buffer(doc.c_str(), levels,
-                                                   static_cast<int>(doc.size()), nullptr)
-                           : vxlb_json_init(file.path.c_str(), levels, window, nullptr)) {}
-    Handle(const Handle &) = delete;
-    ~Handle() { vxlb_json_free(json); }
-};
+#include <memory>
 
-// The tree of a document; null if there can be none.
-struct Tree {
-    vxlb_jsont *root;
-    explicit Tree(const std::string &doc, int16_t levels = 0)
-        : root(vxlb_json_to_jsont(Handle(doc, 0, levels).json)) {}
-    Tree(const Tree &) = delete;
-    ~Tree() {
-        if (root != nullptr) {
-            vxlb_jsont_free(root);
-        }
-    }
-};
+// A parser on a buffer for window 0, else on a file that is read in windows of that size.
+using Parser = std::shared_ptr<vxlb_json_t>;
+inline Parser parser_of(const std::string &doc, int window = 0, int16_t levels = 0) {
+    const MemoryFile file(window == 0 ? "" : doc);
+    return {window == 0
+                ? vxlb_json_init_buffer(doc.c_str(), levels, static_cast<int>(doc.size()), nullptr)
+                : vxlb_json_init(file.path.c_str(), levels, window, nullptr),
+            vxlb_json_free};
+}
+
+// The tree of what a parser stands on; null if there can be none.
+using Tree = std::shared_ptr<vxlb_jsont>;
+inline Tree tree_of(const Parser &json) {
+    vxlb_jsont *root = vxlb_json_to_jsont(json.get());
+    return root == nullptr ? nullptr : Tree(root, vxlb_jsont_free);
+}
+inline Tree tree_of(const std::string &doc) {
+    return tree_of(parser_of(doc));
+}
 
 // A list of so many items.
 inline std::string items(int count, const std::string &item = "1") {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The tree's sources once more, with limits that a test can reach and blocks that always move.
 #include "json_document.h"
 #include "trace_log.h"
 
@@ -8,119 +9,135 @@
 
 namespace {
 
-TEST(VxlbJsonTree, RecordsArePackedFromByteOne) {
-    const uint32_t count = g_c_alloc_count, freed = g_c_free_count;
-    {
-        const Tree tree("{}");
-        EXPECT_EQ(g_c_alloc_count - count, 6U); // the handle's five, and the control record
-        const BBM *bbm = tree.root->bbm;
-        EXPECT_EQ(reinterpret_cast<char *>(tree.root), bbm->mem + 1);
-        EXPECT_EQ("308 33076 root",
-                  text("%zu %lu %s", sizeof(vxlb_jsont), bbm->max, tree.root->name));
+uint64_t g_most_bytes = UINT64_C(1) << 32; // that a tree's block may use
+int64_t g_longest_value = INT32_MAX - 1;
+size_t g_largest_block = SIZE_MAX; // sizes beyond it can't be had
+size_t g_block_size;               // of the last block made
+
+void *moving_realloc(void *old, size_t size) {
+    if (size > g_largest_block) {
+        return nullptr;
     }
-    EXPECT_EQ(g_c_free_count, freed); // plain releases only
-    // An item keeps the last name that was read; behind a literal, an object counts as a literal.
-    const Tree tree(R"({"a":[{"x":2},3,{"y":4},5],")" + std::string(300, 'n') + R"(":"a\"b"})");
-    const vxlb_jsont *array = tree.root->children;
-    const vxlb_jsont *item = array->children->next_sib;
-    EXPECT_EQ("a x 6 a\"b 3",
-              text("%s %s %d %s %d", array->children->name, item->name, item->next_sib->value_len,
-                   array->next_sib->value, array->next_sib->value_len));
-    EXPECT_EQ(strlen(array->next_sib->name), 255U);
+    void *block = malloc(size);
+    if (old != nullptr) {
+        memcpy(block, old, std::min(size, g_block_size));
+        memset(old, 0xA5, g_block_size);
+        free(old);
+    }
+    g_block_size = size;
+    return block;
+}
+
+} // namespace
+
+#define VXLB_JSONT_BLOCK_LIMIT g_most_bytes
+#define VXLB_JSON_VALUE_MAX g_longest_value
+#define realloc moving_realloc
+#include "vxlb_json_tree.cpp"
+#undef realloc
+#include "vxlb_json_value.cpp"
+
+namespace {
+
+// Of the whole document, or of its first member: then the block grows in small steps. fuzz_json_tree does
+// so with short documents.
+TEST(VxlbJsonTree, LongDocumentsBecomeWhatTheModelSays) {
+    std::vector<std::string> docs = {
+        R"({"a":[{"x":2},3,{"y":4},5],")" + std::string(300, 'n') + R"(":"a\"b"})",
+        items(500, R"({"a":[{"a":["x\\ny",""],"b":{"c":1}}],"d":[]})")};
+    for (const int count : {32766, 32767, 32768, 65537}) { // numChild stops at 32767
+        docs.push_back(items(count));
+    }
+    for (std::string doc : docs) {
+        for (const bool is_part : {false, true}) {
+            doc = is_part ? "{\"z\":" + doc + ",\"y\":1}" : doc;
+            const Parser json = parser_of(doc);
+            JsonModel model(doc, 128, 0);
+            if (is_part) {
+                EXPECT_EQ(vxlb_json_open_obj(json.get()) + vxlb_json_next_element(json.get()), 0);
+                EXPECT_EQ(model.move(0) + model.move(4), 0);
+            }
+            uint64_t used = 1;
+            const auto expected = model.tree(-1, used);
+            const Tree tree = tree_of(json);
+            const char *place = tree->bbm->mem + 1;
+            EXPECT_EQ(tree_difference(tree.get(), nullptr, *expected, place), "");
+            EXPECT_EQ(model.difference(json.get()), "");
+            EXPECT_EQ(tree->bbm->offset, used);
+            EXPECT_TRUE(tree->bbm->max > used &&
+                        (!is_part || used > 1 << 20 || tree->bbm->max <= used + 33076));
+        }
+    }
+}
+
+TEST(VxlbJsonTree, ControlRecordIsCountedAndPlainlyReleased) {
+    const uint32_t count = g_c_alloc_count, freed = g_c_free_count;
+    const Parser json = parser_of(R"({"a":1})");
+    EXPECT_NE(tree_of(json), nullptr);
+    EXPECT_EQ(g_c_alloc_count - count, 6U);             // the handle's five, and the control record
+    EXPECT_EQ(vxlb_json_to_jsont(json.get()), nullptr); // no current element
     EXPECT_EQ(vxlb_json_to_jsont(nullptr), nullptr);
+    EXPECT_EQ(g_c_free_count, freed);
     vxlb_jsont lone = {};
     vxlb_jsont_free(&lone); // in no block: nothing to release
 }
 
-// A part of a document takes the smallest steps; a whole document may be given more at once.
-TEST(VxlbJsonTree, BlockGrowsAsDocumented) {
-    uint64_t used = 309, max = 308 + 32768;
-    for (int n = 1; n <= 3000; n++) { // 310 bytes an item
-        for (const uint64_t size : {308, 2}) {
-            max = used + size >= max ? used + size + 32768 : max;
-            used += size;
-        }
-        if ((n > 104 && n < 109) || n == 1 || n == 3000) {
-            const Tree whole(items(n));
-            EXPECT_GT(whole.root->bbm->max, used);
-            const Handle h("[" + items(n) + "]", 0);
-            vxlb_json_open_array(h.json);
-            vxlb_json_next_array_item(h.json);
-            vxlb_jsont *part = vxlb_json_to_jsont(h.json);
-            EXPECT_EQ(part->bbm->offset, used);
-            EXPECT_EQ(part->bbm->max, max) << n;
-            vxlb_jsont_free(part);
-        }
-    }
-}
-
-TEST(VxlbJsonTree, ChildrenBeyond32767AreChainedOnly) {
-    for (const int count : {32766, 32767, 32768, 32769, 65535, 65536, 65537}) {
-        const Tree tree(items(count));
-        int chained = 0;
-        for (const vxlb_jsont *item = tree.root->children; item != nullptr; item = item->next_sib) {
-            chained++;
-        }
-        EXPECT_EQ(chained, count);
-        EXPECT_EQ(tree.root->numChild, std::min(count, 32767));
-    }
-}
-
-TEST(VxlbJsonTree, SubtreesAreBuiltFromTheCurrentElement) {
-    const Handle h(R"({"a":{"b":[5,6]},"c":7})", 0);
-    EXPECT_EQ(vxlb_json_open_obj(h.json), 0);
-    EXPECT_EQ(vxlb_json_to_jsont(h.json), nullptr); // no current element
-    EXPECT_EQ(vxlb_json_next_element(h.json), 0);
-    vxlb_jsont *tree = vxlb_json_to_jsont(h.json);
-    EXPECT_STREQ(tree->name, "a");
-    EXPECT_EQ(tree->parent, nullptr);
-    EXPECT_STREQ(tree->children->children->next_sib->value, "6");
-    vxlb_jsont_free(tree);
-    EXPECT_EQ(vxlb_json_next_element(h.json), 0); // the object has been consumed
-    const int cursor = h.json->cursor;
-    tree = vxlb_json_to_jsont(h.json);
-    EXPECT_STREQ(tree->value, "7");
-    EXPECT_EQ(h.json->cursor, cursor);
-    vxlb_jsont_free(tree);
-}
-
 TEST(VxlbJsonTree, PointerPassTracesEveryNode) {
     const TraceLog log(VXLB_MOD_MISC, VXLB_LEVEL_4);
-    const Tree tree(R"({"a":1,"b":[2]})");
-    const vxlb_jsont *a = tree.root->children, *b = a->next_sib;
+    const Tree tree = tree_of(R"({"a":1,"b":[2]})");
+    const vxlb_jsont *a = tree->children, *b = a->next_sib, *two = b->children;
     EXPECT_EQ(
         "json name - root, type - 0, parent - (nil), children - a, numChild - 2, nextSib - (nil)\n"
         "json name - a, type - 3, parent - root, children - (nil), numChild - 0, nextSib - b\n"
         "json name - b, type - 1, parent - root, children - 2, numChild - 1, nextSib - (nil)\n"
         "json name - b, type - 3, parent - b, children - (nil), numChild - 0, nextSib - (nil)\n",
-        log.take({{tree.root, "root"}, {a, "a"}, {b, "b"}, {b->children, "2"}}));
+        log.take({{tree.get(), "root"}, {a, "a"}, {b, "b"}, {two, "2"}}));
 }
 
 TEST(VxlbJsonTree, DeepNestingNeedsNoStack) {
     const auto work = [] {
         const rlimit small = {64 << 10, 64 << 10};
         setrlimit(RLIMIT_STACK, &small); // pages of the stack beyond it can't be had
-        const size_t levels = 32766;
-        std::string objects = "{", arrays(levels, '[');
-        for (size_t i = 1; i < levels; i++) {
-            objects += "\"a\":{";
-        }
-        for (const std::string &doc : {objects + "\"a\":7" + std::string(levels, '}'),
-                                       arrays + "7" + std::string(levels, ']')}) {
-            const Tree tree(doc, 32767);
-            std::string text(2 * doc.size(), ' ');
-            char *values[2] = {};
-            char path[] = "$";
-            const bool good = doc == jsont_to_string(tree.root, text.data(),
-                                                     static_cast<int>(text.size()) - 1, 0, 0, 0);
-            const int found = vxlb_jsont_eval_expr_str(tree.root, path, values, 2);
-            if (!good || (doc[0] == '[' && (found != 1 || *values[0] != '7'))) {
-                _exit(1);
-            }
-        }
-        _exit(0);
+        const std::string doc = std::string(32766, '[') + "7" + std::string(32766, ']');
+        const Tree tree = tree_of(parser_of(doc, 0, 32767));
+        std::string text(doc.size() + 2, ' ');
+        char *values[2] = {};
+        const int found = vxlb_jsont_eval_expr_str(tree.get(), "$", values, 2);
+        jsont_to_string(tree.get(), text.data(), static_cast<int>(text.size()) - 1, 0, 0, 0);
+        _exit(found != 1 || *values[0] != '7' || text.c_str() != doc);
     };
     EXPECT_EXIT(work(), testing::ExitedWithCode(0), "");
+}
+
+TEST(VxlbJsonTree, BlockNeverPassesItsLimit) {
+    g_most_bytes = 10000;
+    // Bytes of the block for 20 empty texts and one of a given length, or 0 if no tree is built.
+    const auto bytes_with = [](size_t length) -> uint64_t {
+        const Tree tree =
+            tree_of("[\"" + std::string(length, 'x') + "\"," + items(20, "\"\"").substr(1));
+        return tree == nullptr ? 0 : tree->bbm->offset;
+    };
+    const uint64_t used = 1 + 308 + 21 * 309;
+    EXPECT_EQ(bytes_with(0), used);
+    EXPECT_EQ(bytes_with(10000 - used), 10000U);
+    EXPECT_EQ(bytes_with(10001 - used), 0U);
+    g_most_bytes = UINT32_MAX;
+    g_largest_block = 40000;
+    EXPECT_EXIT(bytes_with(100000), testing::ExitedWithCode(255), "^Memory allocation failed.\n$");
+    g_largest_block = SIZE_MAX;
+}
+
+TEST(VxlbJsonTree, ValuesBeyondTheLimitFail) {
+    g_longest_value = 5000;
+    for (const size_t length : {5000U, 5001U}) {
+        const Parser json = parser_of("{\"a\":\"" + std::string(length, 'x') + "\"}");
+        EXPECT_EQ(vxlb_json_open_obj(json.get()) + vxlb_json_next_element(json.get()), 0);
+        int size = -1;
+        const bool fits = length <= 5000;
+        EXPECT_EQ(vxlb_json_element_value(json.get(), &size, 0, 0) != nullptr, fits);
+        EXPECT_EQ(text("%d %d", size, json->error), fits ? "5000 0" : "0 7");
+    }
+    g_longest_value = INT32_MAX - 1;
 }
 
 } // namespace
