@@ -1,40 +1,41 @@
 // SPDX-License-Identifier: Apache-2.0
-// The whole command in a forked child: arguments, answers of the helpers and a small tree come from the
-// input. The child may end with status 0, 1 or 255 and in no other way, within five seconds.
+// The whole command, again and again in this process: arguments, answers of the helpers and a small tree
+// come from the input. It may end with status 0, 1 or 255 and in no other way.
 //
 //     closed descriptors | number of arguments | arguments | answer and status of the user check |
 //     project rows | groups | entries of the tree: kind, depth, components, contents
 
-#include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <ftw.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
+#include <libvxcore/vxlb_log.h>
+
 #include "fuzz.h"
+#include "run_again.h"
+#include "selection.h"
 #include "shell_word.h"
 
 int vxu_main(int argc, char **argv); // the command's main function
+extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void *fd);
 
 namespace {
 
-constexpr unsigned LIMIT_SECONDS = 5;
 constexpr int DEEPEST = 9;
 
-std::string g_root; // of three components, as the command wants it
+std::vector<std::string> g_made; // what the work directory holds, directories first
+std::string g_root;              // of three components, as the command wants it
 std::vector<std::string> g_arguments;
 std::string g_rows, g_groups;
 int g_check_status;
-bool g_is_child;
-uint8_t *g_counters_of_child;
-
-[[noreturn]] void leave(int status);
+int g_standard[3]; // this process's own
+int g_out, g_errors, g_directory;
+std::vector<FILE *> g_streams; // of helpers, open
 
 std::string word(Input &in, const char *const *usual, unsigned count) {
     const unsigned code = in.byte();
@@ -53,6 +54,33 @@ std::vector<std::string> read_arguments(Input &in) {
     return arguments;
 }
 
+bool is_new(const std::string &path) {
+    return std::find(g_made.begin(), g_made.end(), path) == g_made.end();
+}
+
+void make_directory(const std::string &path) {
+    if (is_new(path) && mkdir(path.c_str(), 0755) == 0) {
+        g_made.push_back(path);
+    }
+}
+
+int remove_entry(const char *path, const struct stat *, int, struct FTW *) {
+    return remove(path);
+}
+
+// In reverse, so that links and directories are there until what lies behind them is gone. What was made
+// through a link that led nowhere is on no list.
+void remove_all() {
+    while (g_made.size() > 1) {
+        remove(g_made.back().c_str());
+        g_made.pop_back();
+    }
+    if (rmdir(g_root.c_str()) != 0) {
+        nftw(g_root.c_str(), remove_entry, 20, FTW_DEPTH | FTW_PHYS);
+    }
+    g_made.clear();
+}
+
 // One entry below the work directory, with the directories above it.
 std::string read_path(Input &in) {
     static const char *const usual[DEEPEST][4] = {
@@ -69,7 +97,7 @@ std::string read_path(Input &in) {
     std::string path = g_root;
     const unsigned depth = 7 + in.byte() % 3;
     for (unsigned i = 0; i < depth; i++) {
-        mkdir(path.c_str(), 0755);
+        make_directory(path);
         std::string name = word(in, usual[i], 4);
         std::replace(name.begin(), name.end(), '/', '-');
         path += "/" + (name.empty() || name == "." || name == ".." ? "x" : name);
@@ -93,7 +121,7 @@ void make_entry(Input &in) {
     const std::string path = read_path(in);
     switch (kind % 8) {
     case 0:
-        mkdir(path.c_str(), 0755);
+        make_directory(path);
         break;
     case 1:
         (void)!symlink(targets[in.byte() % std::size(targets)], path.c_str());
@@ -111,15 +139,14 @@ void make_entry(Input &in) {
         make_file(path, in.name(60));
         break;
     }
+    if (is_new(path)) {
+        g_made.push_back(path);
+    }
     if (kind >= 128) {
         const struct timespec when[2] = {{times[kind % std::size(times)], 0},
                                          {times[kind % std::size(times)], 0}};
         utimensat(AT_FDCWD, path.c_str(), when, AT_SYMLINK_NOFOLLOW);
     }
-}
-
-int remove_entry(const char *path, const struct stat *, int, struct FTW *) {
-    return remove(path);
 }
 
 // The command's text without what must stand around the name; the name must be one of the arguments.
@@ -150,47 +177,34 @@ FILE *stream_of(const std::string &text) {
     const int fd = memfd_create("helper", MFD_CLOEXEC);
     check(write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()));
     lseek(fd, 0, SEEK_SET);
-    return fdopen(fd, "r");
+    return g_streams.emplace_back(fdopen(fd, "r"));
 }
 
-void run_child(unsigned closed, int out) {
+// The command with some of its standard descriptors closed.
+int run_command(unsigned closed) {
     std::vector<char *> argv;
-    for (std::string &each : g_arguments) {
-        argv.push_back(each.data());
+    for (const std::string &each : g_arguments) {
+        argv.push_back(Pieces::copy(each));
     }
     argv.push_back(nullptr);
-    for (const int number : {SIGALRM, SIGABRT, SIGSEGV, SIGTERM, SIGXFSZ}) {
-        signal(number, SIG_DFL);
-    }
-    alarm(LIMIT_SECONDS);
-    dup2(out, STDOUT_FILENO);
-    dup2(out + 1, STDERR_FILENO);
+    dup2(g_out, STDOUT_FILENO);
+    dup2(g_errors, STDERR_FILENO);
     for (int fd = 0; fd < 3; fd++) {
         if (closed % 16 == 15 && ((closed >> (4 + fd)) & 1) != 0) {
             close(fd);
         }
     }
-    g_is_child = true;
-    vxu_main(static_cast<int>(argv.size()) - 1, argv.data());
-    leave(99);
-}
-
-// The counters of covered edges, which a child would take with it.
-extern "C" {
-extern uint8_t first_counter[] __asm__("__start___sancov_cntrs")
-    __attribute__((weak, visibility("hidden")));
-extern uint8_t end_counter[] __asm__("__stop___sancov_cntrs")
-    __attribute__((weak, visibility("hidden")));
-}
-
-size_t counters() {
-    return static_cast<size_t>(end_counter - first_counter);
-}
-
-void leave(int status) {
-    fflush(nullptr);
-    memcpy(g_counters_of_child, first_counter, counters());
-    _exit(status);
+    const int status =
+        run_again::run([&] { return vxu_main(static_cast<int>(argv.size()) - 1, argv.data()); });
+    for (int fd = 0; fd < 3; fd++) {
+        dup2(g_standard[fd], fd);
+    }
+    for (FILE *stream : g_streams) {
+        fclose(stream);
+    }
+    g_streams.clear();
+    check(fchdir(g_directory) == 0);
+    return status;
 }
 
 std::string contents_of(int fd) {
@@ -200,17 +214,10 @@ std::string contents_of(int fd) {
 }
 
 void check_end(int status, const std::string &out, const std::string &errors, bool all_open) {
-    const bool is_exit = WIFEXITED(status);
-    const int code = WEXITSTATUS(status);
     const bool has_header = out.starts_with("WorkProfile|Project|");
-    if (!is_exit || (code != 0 && code != 1 && code != 255) ||
-        (all_open && code == 0 && !has_header)) {
-        fprintf(stderr, "status %#x\n%s\n%s\n", static_cast<unsigned>(status), out.c_str(),
-                errors.c_str());
+    if ((status != 0 && status != 1 && status != 255) || (all_open && status == 0 && !has_header)) {
+        fprintf(stderr, "status %d\n%s\n%s\n", status, out.c_str(), errors.c_str());
         abort();
-    }
-    for (size_t i = 0; i < counters(); i++) {
-        first_counter[i] = std::max(first_counter[i], g_counters_of_child[i]);
     }
 }
 
@@ -222,10 +229,12 @@ int __lsan_is_turned_off() { // the command never gives back its memory
     return 1;
 }
 int system(const char *command) {
+    const run_again::Pause pause;
     check(names_an_argument(command, "vxu_check_user ", " vxu_show_scenarios"));
     return g_check_status;
 }
 FILE *popen(const char *command, const char *) {
+    const run_again::Pause pause;
     if (strncmp(command, "id ", 3) == 0) {
         return stream_of(g_groups);
     }
@@ -233,49 +242,45 @@ FILE *popen(const char *command, const char *) {
     return stream_of(rows_but_headings(g_rows));
 }
 int pclose(FILE *stream) {
+    const run_again::Pause pause;
+    std::erase(g_streams, stream);
     return fclose(stream);
-}
-[[noreturn]] void __real_exit(int status);
-[[noreturn]] void __wrap_exit(int status) {
-    if (g_is_child) {
-        leave(status);
-    }
-    __real_exit(status);
 }
 }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    check(run_again::puts_back(&g_num_tags) && run_again::puts_back(&vxlb_log_level));
     g_root = "/dev/shm/vx-fuzz-" + std::to_string(getpid());
     setenv("VX_WDIR", g_root.c_str(), 1);
-    g_counters_of_child = static_cast<uint8_t *>(
-        mmap(nullptr, counters(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    for (int fd = 0; fd < 3; fd++) {
+        g_standard[fd] = fcntl(fd, F_DUPFD_CLOEXEC, 3);
+    }
+    g_directory = open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    g_out = memfd_create("out", MFD_CLOEXEC);
+    g_errors = memfd_create("errors", MFD_CLOEXEC);
+    if (__sanitizer_set_report_fd != nullptr) {
+        __sanitizer_set_report_fd(reinterpret_cast<void *>(intptr_t{g_standard[2]}));
+    }
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    static const int out = memfd_create("out", 0);
-    static const int errors = memfd_create("errors", 0);
-    check(errors == out + 1 && ftruncate(out, 0) == 0 && ftruncate(errors, 0) == 0);
-    lseek(out, 0, SEEK_SET);
-    lseek(errors, 0, SEEK_SET);
+    Pieces::forget();
+    for (const int fd : {g_out, g_errors}) {
+        check(ftruncate(fd, 0) == 0 && lseek(fd, 0, SEEK_SET) == 0);
+    }
     Input in = {data, std::min<size_t>(size, 1000)};
     const unsigned closed = in.byte();
     g_arguments = read_arguments(in);
     g_check_status = in.byte() > 220 ? 256 : 0;
     g_rows = in.byte() < 128 ? "User Name|x\nw2|p2|proj|All\n" : in.name(200);
     g_groups = in.byte() < 128 ? "0 1 27\n" : in.name(20);
-    mkdir(g_root.c_str(), 0755);
+    make_directory(g_root);
     for (int i = 0; i < 10 && !in.is_empty(); i++) {
         make_entry(in);
     }
-    const pid_t child = fork();
-    if (child == 0) {
-        run_child(closed, out);
-    }
-    int status = -1;
-    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
-    }
-    nftw(g_root.c_str(), remove_entry, 20, FTW_DEPTH | FTW_PHYS);
-    check_end(status, contents_of(out), contents_of(errors), closed % 16 != 15);
+    const int status = run_command(closed);
+    remove_all();
+    check_end(status, contents_of(g_out), contents_of(g_errors), closed % 16 != 15);
     return 0;
 }
