@@ -140,31 +140,27 @@ TEST(VxlbJsonParser, FilesMayFailAndChange) {
               said([&] { EXPECT_EQ(steps(cut, "6"), "!7"); }));
 }
 
-template <typename Skip, typename Stops>
-bool stops_well(Skip skip, Stops stops, const std::string &bytes, const char *false_stops = "") {
-    const char *at = bytes.data(), *end = at + bytes.size(), *stop = std::find_if(at, end, stops);
-    for (at = skip(at, end); at < stop && strchr(false_stops, *at) != nullptr;) {
-        at = skip(at + 1, end);
-    }
-    return at == stop;
-}
-
-TEST(VxlbJsonParser, EveryRoadOfSkippingStopsAtTheSameByte) {
-    const auto no_space = [](char c) { return !is_json_space(c); };
+// Fuzz targets take the road that the machine has; this is the other one, up to false stops.
+TEST(VxlbJsonParser, PortableSkippingStopsWhereItMatters) {
     JsonMaker random(1);
+    const auto stops_well = [](auto skip, auto stops, const std::string &bytes,
+                               const char *others) {
+        const char *at = bytes.data(), *end = at + bytes.size(),
+                   *stop = std::find_if(at, end, stops);
+        for (at = skip(at, end); at < stop && strchr(others, *at) != nullptr;) {
+            at = skip(at + 1, end);
+        }
+        return at == stop;
+    };
     for (int round = 0; round < 20000; round++) {
         std::string bytes(random.below(60), round % 2 == 0 ? ' ' : '\n');
         for (size_t i = random.below(60); i < bytes.size(); i++) {
             const unsigned any = random.below(256);
             bytes[i] = static_cast<char>(random.below(20) == 0 ? any : 'a' + any % 26);
         }
-        EXPECT_TRUE(stops_well(skip_string_words, stops_string, bytes) &&
-                    stops_well(skip_string, stops_string, bytes) &&
-                    stops_well(skip_blanks, no_space, bytes) &&
+        EXPECT_TRUE(stops_well(skip_string_words, stops_string, bytes, "") &&
                     stops_well(skip_structure_words, stops_structure, bytes, "|\x02\x0c\x1b\x1d") &&
-                    stops_well(skip_structure, stops_structure, bytes, "|\x02\x0c\x1b\x1d") &&
-                    stops_well(skip_literal_words, stops_literal, bytes, "|") &&
-                    stops_well(skip_literal, stops_literal, bytes, "|"))
+                    stops_well(skip_literal_words, stops_literal, bytes, "|"))
             << bytes;
     }
 }
