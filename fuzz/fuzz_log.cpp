@@ -32,12 +32,13 @@ struct Log {
     std::string path, text, older;
     bool is_rolled = false;
     explicit Log(const char *name) : path(name) {}
-    void append(std::string_view record, size_t limit) {
-        if (limit > 0 && text.size() > limit) {
+    bool roll(size_t limit) {
+        const bool is_due = limit > 0 && text.size() > limit;
+        if (is_due) {
             older = std::exchange(text, "");
             is_rolled = true;
         }
-        text += record;
+        return is_due;
     }
     void check_files() const {
         const std::string *newer = memory_files::at(path.c_str());
@@ -60,7 +61,7 @@ struct Record {
     explicit Record(Input &in) {
         static const int levels[] = {VXLB_LEVEL_1, VXLB_LEVEL_2, VXLB_LEVEL_3, VXLB_LEVEL_4, 0, 1,
                                      -1,           0x10101};
-        kind = in.byte() % 8;
+        kind = in.byte() % 9;
         level = levels[in.byte() % 8];
         mask = uint64_t{1} << in.byte() % 64;
         line = static_cast<int>(in.byte() * 16777619U);
@@ -153,9 +154,17 @@ struct Logs {
         check(errno == 4242);
         if ((static_cast<uint32_t>(r.level) & vxlb_log_level) != 0 &&
             (r.mask & lib_module_mask) != 0) {
-            debug.append(laid_out("\n" + date("Error|") + r.site(), r.message, RECORD_LIMIT),
-                         limit);
+            debug.roll(limit);
+            debug.text += laid_out("\n" + date("Error|") + r.site(), r.message, RECORD_LIMIT);
         }
+    }
+    // Only the check: the next record opens the new file.
+    void roll(const Record &r) {
+        const int most = r.line % 3000;
+        check(vxlb_check_rollover_file(&lib_debug_fd, debug.path.c_str(), most, 1) == 0);
+        const bool is_open = !debug.text.empty();
+        const bool is_due = debug.roll(static_cast<size_t>(std::max(most, 0)));
+        check((lib_debug_fd > 0) == (is_open && !is_due));
     }
     void report(const Record &r) {
         errno = 4242;
@@ -170,7 +179,7 @@ struct Logs {
         if (error_log_file[0] == '\0') {
             check(printed.take() == text.c_str());
         } else if (r.level != 0) {
-            error.append(text, 0);
+            error.text += text;
         }
     }
     void print(const Record &r) {
@@ -197,7 +206,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         const Record record(in);
         record.kind < 5   ? logs.trace(record)
         : record.kind < 7 ? logs.report(record)
-                          : logs.print(record);
+        : record.kind < 8 ? logs.print(record)
+                          : logs.roll(record);
     }
     logs.end();
     return 0;

@@ -70,8 +70,8 @@ struct Model {
     std::string text(int64_t offset) const { return bytes.c_str() + offset; }
     int bucket(const std::string &name) const {
         uint64_t hash = 0x811C9DC5;
-        for (const char c : name) {
-            hash = (hash ^ static_cast<unsigned char>(c)) * 0x01000193;
+        for (const char *c = name.c_str(); *c != '\0'; c++) {
+            hash = (hash ^ static_cast<unsigned char>(*c)) * 0x01000193;
         }
         return static_cast<int>(hash % static_cast<uint64_t>(prime));
     }
@@ -179,13 +179,13 @@ struct Table {
     // An operation that adds: which one, and the id that it is given.
     void add(unsigned kind, const std::string &name, int given, int id) {
         const bool measures = kind != 0 && kind != 2;
-        const int len = given == 0 && measures ? static_cast<int>(name.size()) : given;
+        const int len = given == 0 && measures ? static_cast<int>(strlen(name.c_str())) : given;
         const int64_t datum = kind == 5   ? 0
                               : kind == 6 ? static_cast<uint32_t>(static_cast<signed char>(id))
                                           : int64_t{id} * 0x1234567;
         int flag = 7, expected_flag = 0, hash = 7, expected_hash = 7;
         unsigned expected = kind >= 5 ? 0 : NO_ID;
-        if (!name.empty() && len != 0) {
+        if (name[0] != '\0' && len != 0) {
             expected = kind == 2 ? NO_ID : 0;
             expected = len < 0
                            ? expected
@@ -254,10 +254,11 @@ struct Table {
         }
     }
     void look_up(const std::string &name, int len) {
-        const bool is_bad = name.empty() || len == 0;
+        const bool is_bad = name[0] == '\0' || len == 0;
         const int place = is_bad || len < 0 ? -1 : model.find(name, len);
         const int expected = place >= 0 ? model.at(place).idx : is_bad ? -1 : -2;
         check(vxlb_get_norm_id(&key, Pieces::copy(name), len) == expected);
+        check(vxlb_get_hash_index_ex(Pieces::copy(name), 1, 1, key.prime) == model.bucket(name));
         int hash = 7;
         NormTableData data;
         data.val_long = 99;
@@ -273,8 +274,8 @@ struct Table {
         check(value == data.val_int);
     }
     void remove(const std::string &name, int given) {
-        const int len = given == 0 ? static_cast<int>(name.size()) : given;
-        const int place = name.empty() || len < 1 ? -1 : model.find(name, len);
+        const int len = given == 0 ? static_cast<int>(strlen(name.c_str())) : given;
+        const int place = name[0] == '\0' || len < 1 ? -1 : model.find(name, len);
         const int expected = place >= 0 ? model.at(place).idx : 7;
         int id = 7;
         check(vxlb_delete_norm_id_ex(&key, Pieces::copy(name), given, &id) ==
@@ -309,14 +310,16 @@ struct Table {
     bool is_full = false;
     void step(Input &in) {
         const unsigned code = in.byte();
-        const std::string name = in.name(6);
+        std::string name = in.name(6);
         const unsigned shape = in.byte();
         const int id = static_cast<signed char>(in.byte());
         const int exact = static_cast<int>(name.size());
         const int len = shape < 200   ? exact
                         : shape < 230 ? 0
-                        : shape < 250 ? std::max(exact - 1, 0)
+                        : shape < 240 ? std::max(exact - 1, 0)
+                        : shape < 250 ? exact + 1 + static_cast<int>(shape % 3)
                                       : -static_cast<int>(shape);
+        name += std::string("\0xy", 3); // what a length beyond the text covers
         switch (code % 16) {
         case 8:
         case 9:
@@ -352,6 +355,11 @@ struct Table {
             break;
         }
     }
+    void check_unused() const {
+        const char *const end = key.bigbuf.buffer + key.bigbuf.bufsize;
+        check(std::all_of<const char *>(key.bigbuf.buffer + model.bytes.size(), end,
+                                        [](char c) { return c == '\0'; }));
+    }
     void check_all() {
         check(key.prev_id == model.prev_id);
         check(key.bigbuf.offset == model.used && key.bigbuf.bufsize == model.capacity);
@@ -373,6 +381,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         table.step(in);
         table.check_all();
     }
+    table.check_unused();
     printed.text.clear();
     return 0;
 }

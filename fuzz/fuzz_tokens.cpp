@@ -68,7 +68,12 @@ void check_shell_word(const char *text, size_t room) {
     char *whole = Pieces::take(length + 1);
     check(vxlb_shell_word(text, "/", whole, length + 1) == length);
     check(strlen(whole) == length && read_by_shell(whole) == text);
+    const bool is_plain = std::all_of(text, text + strlen(text), [](unsigned char c) {
+        return isalnum(c) != 0 || strchr("_.@+-/", c) != nullptr;
+    });
+    check(is_plain == (strcmp(text, whole) == 0));
     char *cut = Pieces::take(room);
+    memset(cut, 'x', room);
     check(vxlb_shell_word(text, "/", cut, room) == length);
     check(room == 0 || std::string_view(whole, std::min(length, room - 1)) == cut);
 }

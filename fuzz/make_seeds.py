@@ -111,8 +111,9 @@ def tag_match():
 def tokens():
     for token, text in itertools.product((b'/', b'|', b' ', b'ab', b''),
                                          (b'', b'a/b', b'//a//b/', b'"a"/b/c', b'"a/b', b'""', b'"', b'""x"/y',
-                                          b'abab"ab', b"it's; $(x)", b'12')):
-        yield from (bytes([most, len(token)]) + token + text for most in (0, 2, 9))
+                                          b'abab"ab', b"it's; $(x)", b'12',
+                                          b'azAZ09_.@+-/')):
+        yield from (bytes([most, len(token)]) + token + text for most in (0, 1, 2, 9))
 
 
 def log_settings():
@@ -138,10 +139,30 @@ def norm_ids():
     for buckets, room in itertools.product((0, 2, 15), (0, 200)):
         for code in range(8):
             yield bytes([buckets, room]) + b''.join(
-                step(code, name, shape) + step(8, name) for name in names for shape in (0, 210, 240, 255)) + \
-                b''.join(step(last, name, 0, argument) for last in (10, 4, 12, 13, 14, 15, 0, 0x4f)
+                step(code, name, shape) + step(8, name) for name in names for shape in (0, 210, 235, 240, 255)) + \
+                b''.join(step(last, name, 210 if argument == 1 else 0, argument) for last in (10, 4, 12, 13, 14, 15, 0, 0x4f)
                          for name in names for argument in (0, 1, 0xFE))
     yield bytes([2, 0]) + step(0xff, b'', 0xff) + step(8, b'77') + step(10, b'7') + step(1, b'a')
+
+
+def alloc():
+    blocks = bytes([11, 10, 12, 200, 8, 20, 26, 3, 41, 90, 6, 1, 11, 0, 7, 0, 230, 0, 11, 10, 6, 0, 6, 0, 9, 7])
+    reports = bytes([3, 1, 4, 50, 3, 99, 3, 1, 4, 0, 5, 50, 5, 50, 65, 0, 3, 50, 65, 0])
+    for traced, extra in itertools.product((0, 1), (0, 5)):
+        yield bytes([traced, 2, extra]) + blocks + reports + b'\x01\0'
+        yield bytes([traced, 2, extra, 0, 0]) + blocks + reports + b'\0\0' + reports + blocks + b'\x01\0\0\0' + reports
+
+
+def work_dir():
+    def text(letters):  # of the alphabet of fuzz_work_dir.cpp
+        return bytes([100, len(letters)]) + bytes('/ab/cd-.'.index(letter) for letter in letters)
+    texts = [b'\0', text(''), text('a'), text('a/b'), text('a//b/c'), text('/a'), text('a/'), text('///'), text('c/a/b/d'),
+             text('.'), bytes([250, 3]), bytes([203, 4]), bytes([212, 5])]
+    for (number, first), code in itertools.product(enumerate(texts), range(11)):
+        second, third = texts[(5 * number + code) % 13], texts[(7 * number + 3 * code) % 13]
+        yield bytes([7]) + texts[2] * 3 + b''.join(
+            bytes([each]) + first + second + third + bytes([flags] * (each == 10))
+            for each in (code, 10, code) for flags in range(8 if code == 10 else 1))
 
 
 def log():
@@ -150,6 +171,7 @@ def log():
             yield settings + b''.join(bytes([kind, 1, 4, 9, name, 5, low, high, 65])
                                       for name, low, high in ((3, 20, 0), (3, 40, 200), (201, 20, 0), (200, 255, 201)))
             yield settings + bytes([kind, 1, 4, 9, 3, 5, 90, 0, 65]) * 9
+        yield settings + b''.join(bytes([0, 1, 4, line, 3, 5, 90, 0, 65, 8, 0, 0, line, 0, 0, 0, 0, 0]) for line in range(20))
 
 
 def command():
@@ -172,7 +194,7 @@ def write(directory, inputs):
 def seeds():
     return {'json_moves': moves(), 'json_tree': tree(), 'json_expr': expr(), 'json_edit': edit(), 'tags': tags(), 'tag_match': tag_match(),
             'tokens': tokens(), 'log_settings': log_settings(), 'escapes': escapes(), 'pool': pool(),
-            'norm_ids': norm_ids(), 'log': log(), 'command': command()}
+            'norm_ids': norm_ids(), 'alloc': alloc(), 'work_dir': work_dir(), 'log': log(), 'command': command()}
 
 
 def hostile_inputs():

@@ -1,32 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
+// Lists, links and contents are compared with a model in fuzz_pool; here is what that leaves out.
 #include "trace_log.h"
 
 #include <libvxcore/vxlb_mem_pool.h>
-#include <libvxcore/vxlb_util.h>
 
 #include <climits>
 #include <cstring>
 #include <thread>
 
-namespace {
-
-struct Pool : vxlb_mp_handler {
-    explicit Pool(int bytes, int init, int increment, int flag = 0) {
-        EXPECT_EQ(0, vxlb_mp_init(this, bytes, init, increment, flag));
-    }
-    ~Pool() { vxlb_mp_destroy(this); }
-};
-
-} // namespace
-
 TEST(VxlbMemPool, ServesTheTextsOfThreeErrors) {
-    const std::string unknown = "Unknown Error Type";
-    for (const int number : {-1, 0, 1, 5}) {
-        EXPECT_EQ(unknown, mpool_errstr(number));
+    std::string texts;
+    for (int number = -1; number <= 5; number++) {
+        texts += std::string(mpool_errstr(number)) + ";";
     }
-    EXPECT_STREQ("Error: Memory allocation failure", mpool_errstr(2));
-    EXPECT_STREQ("Error: Invalid Pointer Passed", mpool_errstr(3));
-    EXPECT_STREQ("Error: Invalid Memory Alignment", mpool_errstr(4));
+    const std::string unknown = "Unknown Error Type;";
+    EXPECT_EQ(unknown + unknown + unknown + "Error: Memory allocation failure;" +
+                  "Error: Invalid Pointer Passed;Error: Invalid Memory Alignment;" + unknown,
+              texts);
 }
 
 TEST(VxlbMemPool, InitFillsTheHandleAndNullsAreRefused) {
@@ -38,24 +28,19 @@ TEST(VxlbMemPool, InitFillsTheHandleAndNullsAreRefused) {
                     pool.num_slots_increment, pool.num_slots_max, pool.handler_flag);
     };
     EXPECT_EQ("0: 40 3 4 0 1", init(40, 3, 4, 1));
-    EXPECT_EQ("0: 40 10 10 0 0", init(40, 0, 0, 0));
-    EXPECT_EQ("0: 40 1 10 0 0", init(40, 1, -5, 2));
+    EXPECT_EQ("0: 40 10 10 0 0", init(40, 0, -5, 2));
     EXPECT_EQ("1: 0 0 0 0 0", init(0, 1, 1, 1));
-    EXPECT_EQ(1, vxlb_mp_create(&pool));
-    EXPECT_EQ(1, vxlb_mp_create(nullptr));
-    EXPECT_EQ(nullptr, vxlb_mp_get_slot(nullptr));
-    EXPECT_EQ(nullptr, vxlb_mp_get_busy_head(nullptr));
+    EXPECT_EQ("1 1", text("%d %d", vxlb_mp_create(&pool), vxlb_mp_create(nullptr)));
+    EXPECT_TRUE(!vxlb_mp_get_slot(nullptr) && !vxlb_mp_get_busy_head(nullptr));
     EXPECT_EQ(nullptr, vxlb_mp_check_busy_head(nullptr));
     vxlb_mp_free_busy_head(nullptr, &pool);
-    vxlb_mp_free_busy_head(&pool, nullptr);
-    vxlb_mp_free_slot_ex(&pool, nullptr);
     vxlb_mp_set_max(nullptr, 5);
-    EXPECT_EQ(nullptr, pool.free_head);
 }
 
 TEST(VxlbMemPool, TracesItsSteps) {
     TraceLog log(VXLB_MOD_API, -1);
-    Pool pool(32, 2, 1);
+    vxlb_mp_handler pool;
+    vxlb_mp_init(&pool, 32, 2, 1, 0);
     node *const a = vxlb_mp_get_slot(&pool);
     vxlb_mp_free_slot(&pool, a);
     vxlb_mp_free_slot(&pool, nullptr);
@@ -80,20 +65,16 @@ Method called, mpool = pool, slot =(nil)
               log.take({{&pool, "pool"}, {a, "a"}, {reinterpret_cast<char *>(a) + 32, "b"}}));
     vxlb_util_set_debug_log_level(VXLB_LEVEL_2);
     vxlb_util_set_modulemask(VXLB_MOD_MEMORY);
-    vxlb_mp_get_slot(&pool);
-    vxlb_mp_get_slot(&pool);
-    node *const second = vxlb_mp_get_slot(&pool);
     a->slot_status = 7; // the user's bits beside the pool's
     vxlb_mp_destroy(&pool);
-    const std::string freed = "VXLB_FREE'ed (malloced_slotes[i]) Freed. ptr = $";
-    const std::string rest = "$ for index -1, allocated_size = 1\n";
-    EXPECT_EQ(freed + "a" + rest + freed + "second" + rest,
-              log.take({{a, "a"}, {second, "second"}}));
-    EXPECT_EQ(0, pool.slot_size + pool.num_malloced_slot);
+    EXPECT_EQ("VXLB_FREE'ed (malloced_slotes[i]) Freed. ptr = $a$ for index -1, "
+              "allocated_size = 1\n",
+              log.take({{a, "a"}}));
 }
 
 TEST(VxlbMemPool, ThreadsShareALockedPool) {
-    Pool pool(32, 4, 4, 1);
+    vxlb_mp_handler pool;
+    vxlb_mp_init(&pool, 32, 4, 4, 1);
     const auto work = [&] {
         for (int step = 0; step < 5000; step++) {
             node *const first = vxlb_mp_get_slot(&pool);
@@ -113,6 +94,7 @@ TEST(VxlbMemPool, ThreadsShareALockedPool) {
     }
     EXPECT_EQ(4 * pool.num_malloced_slot, free);
     EXPECT_GE(8, free);
+    vxlb_mp_destroy(&pool);
 }
 
 TEST(VxlbMemPoolDeathTest, AChunkThatCanNotBeHadEndsTheProcess) {
@@ -125,5 +107,4 @@ TEST(VxlbMemPoolDeathTest, AChunkThatCanNotBeHadEndsTheProcess) {
     vxlb_mp_init(&pool, -32, 2, 1, 0);
     EXPECT_EQ("Trying to malloc a negative size memory size = -64 \n",
               said([&] { EXPECT_EQ(nullptr, vxlb_mp_get_slot(&pool)); }));
-    EXPECT_EQ(0, pool.num_malloced_slot);
 }
