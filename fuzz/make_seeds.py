@@ -84,9 +84,24 @@ def tree(documents=DOCUMENTS, windows=WINDOWS):
         yield bytes([window, 255 if window == 7 else 32]) + document
 
 
+def expr_input(path, document):
+    return len(path).to_bytes(2, 'little') + path + document
+
+
 def expr(documents=DOCUMENTS, paths=tuple(PATHS)):
-    for path, document in itertools.product(paths, documents):
-        yield bytes([len(path)]) + path + document
+    yield from (expr_input(path, document) for path, document in itertools.product(paths, documents))
+
+
+def expr_limits():
+    """Paths about as long as names, values, segments and texts may be."""
+    deep = b'{"a":' * 260 + b'1' + b'}' * 260
+    yield from (expr_input(b'$' + b'.a' * count, deep) for count in (62, 63, 64, 65, 254, 255, 256, 257, 260))
+    yield from (expr_input(b'$' + b'.' * dots + b'ab', b'{"a":1,"ab":2}') for dots in (2044, 2045, 2046, 4092, 4093, 4094))
+    for length in (254, 255, 256, 257):
+        name, value = b'n' * length, b'v' * (length + 768)
+        yield expr_input(b'$.' + name, b'{"' + name + b'":1}')
+        yield expr_input(b'$[' + name + b'=1]', b'[{"' + name + b'":1,"b":[2,3]}]')
+        yield expr_input(b'$[a=' + value + b'].b', b'[{"a":"' + value + b'","b":"x"}]')
 
 
 def edit(documents=DOCUMENTS, operations=(0, 1, 2, 4), limits=(20, 255)):
@@ -192,7 +207,7 @@ def write(directory, inputs):
 
 
 def seeds():
-    return {'json_moves': moves(), 'json_tree': tree(), 'json_expr': expr(), 'json_edit': edit(), 'tags': tags(), 'tag_match': tag_match(),
+    return {'json_moves': moves(), 'json_tree': tree(), 'json_expr': itertools.chain(expr(), expr_limits()), 'json_edit': edit(), 'tags': tags(), 'tag_match': tag_match(),
             'tokens': tokens(), 'log_settings': log_settings(), 'escapes': escapes(), 'pool': pool(),
             'norm_ids': norm_ids(), 'alloc': alloc(), 'work_dir': work_dir(), 'log': log(), 'command': command()}
 
