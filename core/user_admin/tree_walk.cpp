@@ -363,6 +363,7 @@ void reopen_by_path(walk *w) {
     const char kept = path[w->root_length];
     path[w->root_length] = '\0';
     int fd = open_at(AT_FDCWD, path);
+    int error = errno;
     path[w->root_length] = kept;
     for (size_t from = w->root_length; fd >= 0;) {
         from += strspn(path + from, "/");
@@ -372,10 +373,14 @@ void reopen_by_path(walk *w) {
         const size_t length = strcspn(path + from, "/");
         path[from + length] = '\0';
         const int inner = open_at(fd, path + from);
+        error = errno;
         path[from + length] = '/';
         close(fd);
         fd = inner;
         from += length;
+    }
+    if (fd < 0) {
+        note_error(w, error); // the rest of the directory is lost
     }
     adopt(w, fd);
 }
