@@ -15,14 +15,14 @@ struct item_head {
     uint16_t length;  // of the whole path
 };
 
+// A list grows by that at least, so that any item fits.
+static_assert(sizeof(item_head) + MAX_PATH_LENGTH < FIRST_CAPACITY);
+
 bool reserve(path_list *list, size_t size) {
     if (list->capacity - list->used >= size) {
         return true;
     }
-    size_t capacity = list->capacity == 0 ? FIRST_CAPACITY : 2 * list->capacity;
-    while (capacity - list->used < size) {
-        capacity *= 2;
-    }
+    const size_t capacity = list->capacity == 0 ? FIRST_CAPACITY : 2 * list->capacity;
     char *wider = static_cast<char *>(realloc(list->bytes, capacity));
     if (wider == nullptr) {
         return false;

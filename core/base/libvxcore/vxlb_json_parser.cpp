@@ -302,7 +302,7 @@ const json_byte_table __json_value_types = value_types();
 
 enum verdict { FAILED = -1, MOVED = 0, GO_ON = 1 };
 
-enum scan_state { SEEK_TARGET, EXPECT_QUOTE, READ_NAME, EXPECT_COLON, EXPECT_VALUE };
+enum scan_state { SEEK_TARGET, READ_NAME, EXPECT_COLON, EXPECT_VALUE };
 
 // The variables of one move.
 struct scan {
@@ -493,10 +493,9 @@ static verdict read_name(scan *s, char c) {
     return GO_ON;
 }
 
-// White space, or one particular byte that leads to the next state.
-static verdict expect(scan *s, char c, char wanted, scan_state next) {
-    if (c == wanted) {
-        s->state = next;
+static verdict expect_colon(scan *s, char c) {
+    if (c == ':') {
+        s->state = EXPECT_VALUE;
     } else if (!is_json_space(c)) {
         json_fail(s->json, VXLB_JSON_BAD_FORMAT);
         return FAILED;
@@ -524,14 +523,11 @@ static verdict look_at(scan *s, char c) {
     case SEEK_TARGET:
         result = seek_target(s, c);
         break;
-    case EXPECT_QUOTE: // never entered: every target of next element holds the quote
-        result = expect(s, c, '"', READ_NAME);
-        break;
     case READ_NAME:
         result = read_name(s, c);
         break;
     case EXPECT_COLON:
-        result = expect(s, c, ':', EXPECT_VALUE);
+        result = expect_colon(s, c);
         break;
     default:
         return expect_value(s, c);
