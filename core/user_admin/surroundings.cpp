@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "surroundings.h"
 
+#include "output.h"
+
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
-#include <cstdlib>
+#include <cstring>
 
 void make_standard_descriptors_valid() {
     // One call tells of all three which are closed.
@@ -21,8 +24,8 @@ void make_standard_descriptors_valid() {
         }
         // The lowest free descriptor is this one: those below it are valid by now.
         const int useless = each.fd == STDIN_FILENO ? O_WRONLY : O_RDONLY;
-        if (open("/dev/null", useless) != each.fd) {
-            _exit(1);
+        if (TEMP_FAILURE_RETRY(open("/dev/null", useless)) != each.fd) {
+            die(1, "Error: vxu_show_scenarios: /dev/null: %s\n", strerror(errno));
         }
     }
 }
