@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # The build of user.c by somebody else's project: one line finds the library.
 cmake_minimum_required(VERSION 3.25)
-project(user LANGUAGES ${LANGUAGE})
+project(user LANGUAGES C CXX)
 if(VX_SOURCE)
   add_subdirectory(${VX_SOURCE} vxcore)
 else()
