@@ -3,11 +3,7 @@
 #
 # Each shell runs at a terminal, where keys are typed: a line, the key that inserts all completions,
 # and return. In place of the command stands a stub that keeps its arguments.
-import os
-import pty
-import re
-import select
-import unittest
+import os, pty, re, select, unittest
 
 from sandbox import SOURCE, Sandbox, needs, option_table
 

@@ -1,10 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Every console block of the documents prints what it shows; the manual pages are well-formed,
 # complete and true.
-import itertools
-import re
-import subprocess
-import unittest
+import itertools, re, subprocess, unittest
 
 from sandbox import SOURCE, Sandbox, needs, option_table, steps_of
 

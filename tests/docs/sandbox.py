@@ -3,15 +3,7 @@
 #
 # A console block shows commands behind "$ " and what they print. It is run as an ordinary user, in a
 # copy of the examples, beside a sample work directory. The documents call that user maranth.
-import grp
-import os
-import pathlib
-import pwd
-import re
-import shutil
-import subprocess
-import tempfile
-import unittest
+import grp, os, pathlib, pwd, re, shutil, subprocess, tempfile, unittest
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 COMMAND, LIBRARY, CC, FLAGS = (os.environ[f"VX_{n}"] for n in ("COMMAND", "LIBRARY", "CC", "FLAGS"))

@@ -57,11 +57,11 @@ static void use_json(void) {
     vxlb_json_free(json);
 }
 
-int main(void) {
+int main(int argc, char **argv) {
     char message[200], trace[32];
     snprintf(trace, sizeof trace, "trace.%d", getpid());
     vxlb_util_set_log_filename(trace, trace);
-    vxlb_util_set_debug_log_level(-1);
+    vxlb_util_set_debug_log_level(argc > 1 ? 0 : -1);
     vxlb_util_set_modulemask(~UINT64_C(0));
     show(vxlb_mem_map_init(), vxlb_strerror(2));
     show(set_vx_wdir_ex(message), vxlb_get_cur_date_time(message, 1) == NULL ? NULL : "date");
