@@ -17,7 +17,7 @@ namespace {
 using Text = std::optional<std::string>;
 
 const char *pointer(const Text &text) {
-    return text ? text->c_str() : nullptr;
+    return text ? Pieces::copy(*text) : nullptr;
 }
 
 bool is_given(const Text &text) {
@@ -183,7 +183,7 @@ void step(Selection *model, Input &in) {
         model->select("admin", "default");
         break;
     case 8:
-        VXLB_SET_W_OPTION(first.value_or("").c_str());
+        VXLB_SET_W_OPTION(Pieces::copy(first.value_or("")));
         model->option = cut(first.value_or(""), VXLB_PATH_SIZE);
         break;
     case 9:
@@ -201,6 +201,7 @@ void step(Selection *model, Input &in) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    Pieces::forget();
     Input in = {data, std::min<size_t>(size, 300)};
     Selection model;
     for (char *global :

@@ -81,7 +81,7 @@ def moves(documents=DOCUMENTS, windows=WINDOWS):
 
 def tree(documents=DOCUMENTS, windows=WINDOWS):
     for window, document in itertools.product(windows, documents):
-        yield bytes([window, 255 if window == 7 else 32]) + document
+        yield bytes([window, 255 if window in (7, 64) else 32]) + document
 
 
 def expr_input(path, document):
@@ -214,7 +214,7 @@ def seeds():
 
 def hostile_inputs():
     documents = list(hostile())
-    return {'json_moves': moves(documents, (0, 7)), 'json_tree': tree(documents, (0, 64)),
+    return {'json_moves': moves(documents, (0, 7)), 'json_tree': tree(documents, (0, 64, 255)),
             'json_expr': expr(documents, PATHS[2:5]), 'json_edit': edit(documents, (1,), (255,))}
 
 
