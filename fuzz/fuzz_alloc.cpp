@@ -157,7 +157,8 @@ struct Heap {
     void report(unsigned n) {
         const std::string label(n * 4, 'm');
         const bool is_good = n > 0 && map.add(address(n), n, "f|-7|g|" + label);
-        check(vxlb_mem_map_add(address(n), n, Pieces::copy(label), "f", -7, "g") == (is_good ? 0 : -1));
+        check(vxlb_mem_map_add(address(n), n, Pieces::copy(label), "f", -7, "g") ==
+              (is_good ? 0 : -1));
     }
     void forget(unsigned n) {
         check(vxlb_mem_map_remove(address(n)) == (map.remove(address(n)) ? 0 : -1));
