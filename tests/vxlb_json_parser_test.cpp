@@ -4,7 +4,6 @@
 #include "texts.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
 #include <libvxcore/vxlb_alloc.h>
 
@@ -38,7 +37,6 @@ TEST(VxlbJsonParser, HandleStartsAsDocumented) {
     EXPECT_EQ(JsonModel("{\"a\":1}x", 7, 0).difference(parser_of("{\"a\":1}x", 0, 7).get()), "");
     EXPECT_EQ(std::string(json->buffer, 8193), std::string(8193, '\0'));
     EXPECT_EQ(fcntl(fileno(json->fp), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
-    vxlb_json_free(nullptr);
 }
 
 TEST(VxlbJsonParser, SaysWhyItCanNotBegin) {
@@ -47,24 +45,19 @@ TEST(VxlbJsonParser, SaysWhyItCanNotBegin) {
         EXPECT_EQ(nullptr, vxlb_json_init(path.c_str(), levels, window, &error));
         return replaced(error.str, "Failed to open input file '" + path + "', error: ", "");
     };
-    const TempDir dir;
-    mkfifo((dir / "fifo").c_str(), 0600);
-    const std::string cases = dir.path + " -> Is a directory;" + dir.path +
-                              "/fifo -> Invalid argument;/no -> No such file or directory\n"
-                              "/dev/zero -> Invalid argument\n";
-    EXPECT_EQ(cases, retold(cases, [&](const std::string &path) { return refusal(path); }));
+    EXPECT_EQ(refusal("/") + refusal("/dev/zero") + refusal("/no"),
+              "Is a directoryInvalid argumentNo such file or directory");
     EXPECT_EQ(refusal(std::string(3000, 'x')).size(), 1023U);
     EXPECT_EQ(refusal("/", -1) + refusal("/", 0, -1), "Invalid ArgumentsInvalid Arguments");
     EXPECT_EQ(vxlb_json_init(nullptr, 0, 0, nullptr), nullptr);
     EXPECT_EQ(vxlb_json_init_buffer(nullptr, 0, 0, nullptr), nullptr);
     char braces[] = R"({"a":1})";
     vxlb_json_file_fp = fmemopen(braces, 7, "r"); // a preset stream without a descriptor to ask
-    const void *const stream = vxlb_json_file_fp;
-    EXPECT_EQ(text("Failed to stat file for fp - %p, error: Bad file descriptor", stream),
-              refusal("x"));
+    const std::string said = text("Failed to stat file for fp - %p, error: Bad file descriptor",
+                                  static_cast<void *>(vxlb_json_file_fp));
+    EXPECT_EQ(refusal("x"), said);
     EXPECT_EQ(vxlb_json_file_fp, nullptr);
-    const MemoryFile file(braces);
-    vxlb_json_file_fp = fopen(file.path.c_str(), "r");
+    vxlb_json_file_fp = fopen(MemoryFile(braces).path.c_str(), "r");
     const Parser json(vxlb_json_init("/no", 0, 0, &error), vxlb_json_free);
     EXPECT_EQ(steps(json, "046") + error.str, "1success");
     EXPECT_TRUE(vxlb_json_file_fp == nullptr && json->f_size == 7 && json->buffer_length == 8192);
@@ -72,12 +65,11 @@ TEST(VxlbJsonParser, SaysWhyItCanNotBegin) {
 
 TEST(VxlbJsonParser, ArgumentsAndStatesAreChecked) {
     const Parser json = parser_of(R"({"a":[1]})");
-    const auto refused = [&](bool is_refused) { return is_refused ? json->error : 0; };
     EXPECT_EQ(vxlb_json_element_name(json.get()), json->c_element_name); // empty: nothing read yet
     EXPECT_EQ(__check_parse_operation(json.get(), 7), 0);
     EXPECT_EQ(steps(json, "70"), "!3");
-    EXPECT_EQ(9, refused(vxlb_json_goto_element(json.get(), nullptr) == -1));
-    EXPECT_EQ(3, refused(vxlb_json_element_name(json.get()) == nullptr));
+    EXPECT_EQ(vxlb_json_goto_element(json.get(), nullptr) + json->error, -1 + 9);
+    EXPECT_TRUE(vxlb_json_element_name(json.get()) == nullptr && json->error == 3);
     EXPECT_EQ(vxlb_json_next_element(json.get()), 0);
     EXPECT_STREQ(vxlb_json_element_name(json.get()), "a");
     EXPECT_EQ(vxlb_json_open_array(json.get()) + vxlb_json_next_array_item(json.get()), 0);

@@ -27,7 +27,7 @@ struct work_tree {
     TempDir dir;
     const fs::path top = dir.path;      // below /tmp
     const fs::path work = top / "work"; // exactly three components
-    std::string starter = "env";        // the command that starts the command
+    std::string starter = "env";        // what starts the command
 
     work_tree() {
         chmod(top.c_str(), 0777);
@@ -56,19 +56,15 @@ struct work_tree {
         return work / "workspace" /
                replaced(whole, "^([^/]*/[^/]*)/([^/]*/[^/]*)", "$1/maranth/$2/scenarios");
     }
-    void add(const std::string &path, const std::string &text = "x",
+    // Make such files; blanks keep their names apart.
+    void add(const std::string &paths, const std::string &text = "x",
              time_t mtime = FILE_TIME) const {
-        const std::string file = scenario(path);
-        write_file(file, text);
-        chmod(file.c_str(), 0644);
-        const struct timespec times[] = {{mtime, 0}, {mtime, 0}};
-        utimensat(AT_FDCWD, file.c_str(), times, 0);
-    }
-    // Several of them, apart by blanks.
-    void add_all(const std::string &paths) const {
         std::istringstream in(paths);
-        for (std::string path; in >> path;) {
-            add(path);
+        for (std::string path; std::getline(in, path, ' ');) {
+            const std::string file = scenario(path);
+            write_file(file, text);
+            const struct timespec times[] = {{mtime, 0}, {mtime, 0}};
+            utimensat(AT_FDCWD, file.c_str(), times, 0);
         }
     }
     // Run the command with the arguments and redirections of a line, as the shell reads them.
