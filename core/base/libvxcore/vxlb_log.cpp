@@ -374,6 +374,17 @@ static bool is_within_limit(int fd, unsigned int max_size) {
     return size >= 0 && size <= static_cast<int>(max_size);
 }
 
+// Programs that use the stream of the debug log get one for a new file. The writer asks for no
+// header, so this waits for the day it does.
+static void wrap_new_log() {
+    FILE *const stream = fdopen(load_fd(&lib_debug_fd), "a");
+    if (stream == nullptr) {
+        fprintf(stderr, "Failed to fdopen(%s). Error = %s", log_file, vxlb_strerror(errno));
+        return;
+    }
+    vxlb_util_set_debug_log_fp(stream);
+}
+
 // Not inlined: the buffer belongs to the frame of a record that is written, not to that of a
 // disabled trace.
 __attribute__((noinline, format(printf, 4, 0))) static void
@@ -386,8 +397,9 @@ write_debug_record(const char *file, int line, const char *function, const char 
     append_call_site(&record, file, line, function);
     append_message(&record, format, args);
     const unsigned int max_size = __atomic_load_n(&max_debug_log_file_size, __ATOMIC_RELAXED);
-    if (!is_within_limit(load_fd(&lib_debug_fd), max_size)) {
-        open_log_ex(log_file, &lib_debug_fd, max_size);
+    if (!is_within_limit(load_fd(&lib_debug_fd), max_size) &&
+        open_log_ex(log_file, &lib_debug_fd, max_size) == 1) {
+        wrap_new_log();
     }
     write_whole(load_fd(&lib_debug_fd), record.text, record.len);
 }
