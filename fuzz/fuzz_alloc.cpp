@@ -107,10 +107,13 @@ struct Heap {
         memset(block.bytes, block.fill, reported);
         map.add(block.bytes, reported, site(line, function, label));
     }
+    // A wrapper evaluates each of its arguments once, also the variable that it assigns to.
     void allocate(size_t size, char fill) {
+        int calls = 0;
         Block block = {nullptr, size, fill};
         const int line = __LINE__ + 1;
-        VXLB_MALLOC(block.bytes, size, "block");
+        VXLB_MALLOC((calls++, block).bytes, (calls++, size), (calls++, "block"));
+        check(calls == 3);
         check((block.bytes == nullptr) == (size == 0));
         if (size > 0) {
             counts.allocated += size;
@@ -129,8 +132,10 @@ struct Heap {
             counts.allocated += size; // a null variable is allocated
             counts.allocations++;
         }
+        int calls = 0;
         const int line = __LINE__ + 1;
-        VXLB_REALLOC(block.bytes, size, "again", block.size, -1);
+        VXLB_REALLOC((calls++, block).bytes, (calls++, size), (calls++, "again"), calls++, -1);
+        check(calls == 4);
         for (size_t i = 0; i < std::min(block.size, size); i++) {
             check(block.bytes[i] == block.fill);
         }

@@ -61,7 +61,7 @@ struct Record {
     explicit Record(Input &in) {
         static const int levels[] = {VXLB_LEVEL_1, VXLB_LEVEL_2, VXLB_LEVEL_3, VXLB_LEVEL_4, 0, 1,
                                      -1,           0x10101};
-        kind = in.byte() % 9;
+        kind = in.byte() % 10;
         level = levels[in.byte() % 8];
         mask = uint64_t{1} << in.byte() % 64;
         line = static_cast<int>(in.byte() * 16777619U);
@@ -130,8 +130,9 @@ struct Logs {
         vxlb_util_set_modulemask(in.byte() * 0x0101010101010101U);
         limit = in.byte() * size_t{200};
         vxlb_util_set_debug_log_size(static_cast<unsigned>(limit));
-        vxlb_util_set_log_filename(debug.path.c_str(),
-                                   in.byte() % 2 == 0 ? "" : error.path.c_str());
+        const unsigned writing = in.byte();
+        vxlb_util_set_log_filename(debug.path.c_str(), writing % 2 == 0 ? "" : error.path.c_str());
+        memory_files::most_at_once = (writing & 2) != 0 ? writing * size_t{40} : 0;
     }
     void end() {
         debug.check_files();
@@ -148,23 +149,38 @@ struct Logs {
         error.forget();
     }
     void trace(const Record &r) {
+        const bool was_open = lib_debug_fd > 0;
         errno = 4242;
         (vxlb_debug_log_ex)(r.level, r.mask, r.file.data(), r.line, r.function.data(), "%s",
                             r.message.data());
         check(errno == 4242);
         if ((static_cast<uint32_t>(r.level) & vxlb_log_level) != 0 &&
             (r.mask & lib_module_mask) != 0) {
-            debug.roll(limit);
+            debug.roll(was_open ? limit : 0);
             debug.text += laid_out("\n" + date("Error|") + r.site(), r.message, RECORD_LIMIT);
         }
     }
     // Only the check: the next record opens the new file.
     void roll(const Record &r) {
+        const bool was_open = lib_debug_fd > 0;
         const int most = r.line % 3000;
         check(vxlb_check_rollover_file(&lib_debug_fd, debug.path.c_str(), most, 1) == 0);
-        const bool is_open = !debug.text.empty();
-        const bool is_due = debug.roll(static_cast<size_t>(std::max(most, 0)));
-        check((lib_debug_fd > 0) == (is_open && !is_due));
+        const bool is_due = debug.roll(was_open ? static_cast<size_t>(std::max(most, 0)) : 0);
+        check((lib_debug_fd > 0) == (was_open && !is_due));
+    }
+    // An open log keeps its descriptor's number; a new file begins with the header.
+    void open(const Record &r) {
+        if (r.level == 0) {
+            vxlb_close_log_fd();
+        }
+        const int before = lib_debug_fd;
+        const int most = r.line % 3000;
+        const int result = vxlb_open_log(&lib_debug_fd, debug.path.c_str(), most, r.site().c_str());
+        const bool is_due = debug.roll(before > 0 ? static_cast<size_t>(std::max(most, 0)) : 0);
+        const bool is_new = (before < 1 || is_due) && debug.text.empty();
+        check(result == (is_new ? 1 : 0));
+        check(before > 0 ? lib_debug_fd == before : lib_debug_fd > 0);
+        debug.text += is_new ? r.site() : "";
     }
     void report(const Record &r) {
         errno = 4242;
@@ -207,7 +223,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         record.kind < 5   ? logs.trace(record)
         : record.kind < 7 ? logs.report(record)
         : record.kind < 8 ? logs.print(record)
-                          : logs.roll(record);
+        : record.kind < 9 ? logs.roll(record)
+                          : logs.open(record);
     }
     logs.end();
     return 0;

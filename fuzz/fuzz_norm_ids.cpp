@@ -290,6 +290,8 @@ struct Table {
         check(vxlb_delete_norm_id(&key, bucket) == (is_there ? 0 : -1));
         if (is_there) {
             model.at(bucket) = {-1, -1, -1, -1};
+            const NormTable &head = key.nt[bucket];
+            check(head.str == -1 && head.len == -1 && head.idx == -1 && head.data == -1);
         }
     }
     void name_of(int id) {

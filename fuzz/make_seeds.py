@@ -186,7 +186,9 @@ def log():
             yield settings + b''.join(bytes([kind, 1, 4, 9, name, 5, low, high, 65])
                                       for name, low, high in ((3, 20, 0), (3, 40, 200), (201, 20, 0), (200, 255, 201)))
             yield settings + bytes([kind, 1, 4, 9, 3, 5, 90, 0, 65]) * 9
-        yield settings + b''.join(bytes([0, 1, 4, line, 3, 5, 90, 0, 65, 8, 0, 0, line, 0, 0, 0, 0, 0]) for line in range(20))
+        for kind, level in ((8, 0), (9, 0), (9, 4)):
+            yield settings[:5] + b'\x03' + b''.join(
+                bytes([0, 1, 4, line, 3, 5, 90, 0, 65, kind, level, 0, line, 0, 1, 0, 0, 0]) for line in range(20))
 
 
 def command():

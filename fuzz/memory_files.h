@@ -7,6 +7,7 @@
 // from FIRST_FD on are files in memory, all else is the kernel's. One process, one thread, files that are
 // written to at their ends.
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
@@ -26,6 +27,8 @@ inline std::vector<std::string> files;
 inline std::map<std::string, size_t, std::less<>>
     paths;                          // the file that is there, by place in `files`
 inline std::vector<int> open_files; // by descriptor; -1: closed
+inline size_t most_at_once; // bytes that a write takes, and every other is interrupted; 0: all
+inline bool is_interrupted;
 
 static inline bool is_ours(const char *path) {
     return std::string_view(path).starts_with("/memory/");
@@ -108,6 +111,13 @@ ssize_t __wrap_write(int fd, const void *bytes, size_t size) {
     using namespace memory_files;
     if (fd < FIRST_FD) {
         return __real_write(fd, bytes, size);
+    }
+    if (most_at_once > 0) {
+        is_interrupted = !is_interrupted;
+        if (is_interrupted) {
+            return fail(EINTR);
+        }
+        size = std::min(size, most_at_once);
     }
     contents(fd).append(static_cast<const char *>(bytes), size);
     return static_cast<ssize_t>(size);

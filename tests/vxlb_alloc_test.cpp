@@ -58,15 +58,6 @@ TEST(VxlbAlloc, TracesEveryStepWithItsCallSite) {
         log.take());
 }
 
-TEST(VxlbAlloc, EvaluatesEachArgumentOnce) {
-    double *array[3] = {};
-    int pointers = 0, sizes = 0, others = 0, labels = 0;
-    VXLB_MALLOC(array[pointers++], static_cast<size_t>(8 + sizes++), (labels++, "x"));
-    VXLB_REALLOC(array[pointers++ - 1], 16LL + sizes++, (labels++, "x"), others++, -1);
-    VXLB_FREE(array[--pointers - 1], (labels++, "x"), sizes++);
-    EXPECT_EQ("1 3 1 3", text("%d %d %d %d", pointers, sizes, others, labels));
-}
-
 TEST(VxlbAllocDeathTest, SizesThatCanNotBeEndTheProcess) {
     char *null = nullptr;
     char *block = nullptr;

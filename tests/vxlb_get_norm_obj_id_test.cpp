@@ -20,36 +20,35 @@ struct Table : NormObjKey {
 } // namespace
 
 TEST(VxlbNormId, NullNamesAreBadInputAndNullResultsAreNotStored) {
-    Table table(1); // one bucket for all
+    Table table(1);
     NormTableData data = {};
-    int flag = 7;
-    const auto call_all = [&](const char *name, int len, int *flag_new, int *hash) {
-        std::string results;
-        for (const unsigned result : {vxlb_get_or_set_norm_id(&table, name, len, flag_new),
-                                      vxlb_get_or_gen_norm_id(&table, name, len, flag_new),
-                                      vxlb_get_or_gen_norm_id_ex(&table, name, len, flag_new, hash),
-                                      vxlb_get_set_or_gen_norm_id(&table, name, len, flag_new, 5),
-                                      vxlb_get_set_or_gen_norm_id_ex(&table, name, len, flag_new),
-                                      vxlb_set_norm_id_and_data_ex(&table, name, len, 5, data)}) {
-            results += text("%d ", static_cast<int>(result));
-        }
-        for (const int result : {vxlb_get_norm_id(&table, name, len),
-                                 vxlb_get_norm_id_hash_data_ex(&table, name, len, nullptr, nullptr),
-                                 vxlb_get_norm_id_hash_data(&table, name, len, nullptr, nullptr),
-                                 vxlb_delete_norm_id_ex(&table, name, len, nullptr)}) {
-            results += text("%d ", result);
-        }
-        return results;
+    const auto call_all = [&](const char *name, int len, int *out) {
+        return std::vector<int>{
+            static_cast<int>(vxlb_get_or_set_norm_id(&table, name, len, out)),
+            static_cast<int>(vxlb_get_or_gen_norm_id(&table, name, len, out)),
+            static_cast<int>(vxlb_get_or_gen_norm_id_ex(&table, name, len, out, out)),
+            static_cast<int>(vxlb_get_set_or_gen_norm_id(&table, name, len, out, 5)),
+            static_cast<int>(vxlb_get_set_or_gen_norm_id_ex(&table, name, len, out)),
+            static_cast<int>(vxlb_set_norm_id_and_data_ex(&table, name, len, 5, data)),
+            vxlb_get_norm_id(&table, name, len),
+            vxlb_get_norm_id_hash_data_ex(&table, name, len, nullptr, nullptr),
+            vxlb_get_norm_id_hash_data(&table, name, len, nullptr, nullptr),
+            vxlb_delete_norm_id_ex(&table, name, len, nullptr)};
     };
-    for (const int len : {0, 1}) {
-        EXPECT_EQ("-1 -1 -1 -1 -1 0 -1 -1 -1 -1 ", call_all(nullptr, len, &flag, &flag));
-        EXPECT_EQ(0, flag);
-    }
-    EXPECT_EQ("0 0 0 0 0 0 0 0 0 0 ", call_all("name", 4, nullptr, nullptr));
-    const std::string complaint = said(
-        [&] { EXPECT_EQ("0 0 -1 0 0 0 -2 -2 -2 -1 ", call_all("neg", -1, nullptr, nullptr)); });
+    const std::vector<int> refused = {-1, -1, -1, -1, -1, 0, -1, -1, -1, -1};
+    int flag = 7;
+    EXPECT_EQ(refused, call_all(nullptr, 0, nullptr));
+    EXPECT_EQ(refused, call_all(nullptr, 1, &flag));
+    EXPECT_EQ(0, flag);
+    EXPECT_EQ(std::vector<int>(10, 0), call_all("name", 4, nullptr));
     EXPECT_EQ("Error: Obtained hash index '-1' for string 'neg' is not correct. Hence returning.",
-              complaint);
+              said([&] {
+                  const std::vector<int> no_bucket = {0, 0, -1, 0, 0, 0, -2, -2, -2, -1};
+                  EXPECT_EQ(no_bucket, call_all("neg", -1, nullptr));
+              }));
+    for (const int hash : {-1, 1, INT_MAX}) {
+        EXPECT_EQ(-1, vxlb_delete_norm_id(&table, hash)) << "no bucket";
+    }
 }
 
 TEST(VxlbNormId, RoundsSizesUpAndPrimesDown) {
@@ -80,32 +79,23 @@ TEST(VxlbNormId, RefusesSizesThatNoTableHas) {
     EXPECT_EQ(-1, vxlb_init_norm_id_table_v2(&key, 1, 0));
 }
 
-TEST(VxlbNormId, IdsWrapBehindTheLargest) {
-    Table table(1);
-    vxlb_set_start_norm_id(&table, INT_MAX);
-    EXPECT_EQ(0x80000000u, vxlb_get_or_gen_norm_id(&table, "a", 1, nullptr));
-    for (const int hash : {-1, 1, INT_MAX}) {
-        EXPECT_EQ(-1, vxlb_delete_norm_id(&table, hash)) << "no bucket";
-    }
-}
-
 TEST(VxlbNormId, TheReverseIndexGrowsBySixteen) {
     Table table(64);
-    for (int i = 0; i < 40; i++) {
-        const std::string name = text("%d", i + 10);
-        vxlb_get_or_set_norm_id(&table, name.c_str(), 2, nullptr);
-        EXPECT_EQ((i / 16 + 1) * 16, table.max_norm_id_size);
-        EXPECT_EQ(name, vxlb_get_norm_table_data(&table, i));
+    for (int i = 0; i < 17; i++) {
+        vxlb_get_or_set_norm_id(&table, text("%d", i + 10).c_str(), 2, nullptr);
     }
+    EXPECT_EQ(32, table.max_norm_id_size);
+    EXPECT_STREQ("26", vxlb_get_norm_table_data(&table, 16));
     add_pnt_to_idname(&table, 64, table.nt); // grows once, and is not recorded
     add_pnt_to_idname(&table, -1, table.nt);
-    for (const int id : {40, 63, 64, INT_MAX}) {
+    for (const int id : {17, 47, 48, 64, INT_MAX}) {
         EXPECT_STREQ("NormIdNameNotFound", vxlb_get_norm_table_data(&table, id)) << id;
     }
     EXPECT_STREQ("InvalidInput", vxlb_get_norm_table_data(nullptr, 0));
+    vxlb_set_start_norm_id(&table, INT_MAX);
+    EXPECT_EQ(0x80000000u, vxlb_get_or_gen_norm_id(&table, "a", 1, nullptr)) << "ids wrap";
     free(std::exchange(table.id_name, nullptr));
     add_pnt_to_idname(&table, 64, table.nt); // allocates what there is not
-    EXPECT_EQ(80, table.max_norm_id_size);
 }
 
 // A whole life, as the traces of the table and of its allocations tell it.
@@ -113,23 +103,17 @@ TEST(VxlbNormId, AResetKeepsMemoryAndDestroyAllButTheIndex) {
     TraceLog log(VXLB_MOD_MISC | VXLB_MOD_MEMORY, VXLB_LEVEL_2);
     NormObjKey key;
     vxlb_init_norm_id_table_ex(&key, 3);
-    const auto fields = [&] {
-        return text("%d %d %d %d %ld %d", key.size, key.prime, key.max_norm_id_size, key.prev_id,
-                    key.bigbuf.offset, key.nt_mpool->busy_head != nullptr);
-    };
-    EXPECT_EQ("4 3 0 -1 0 0", fields());
+    EXPECT_EQ("4 3 0 -1",
+              text("%d %d %d %d", key.size, key.prime, key.max_norm_id_size, key.prev_id));
     EXPECT_EQ(UINTPTR_MAX, reinterpret_cast<uintptr_t>(key.id_name[3]));
     vxlb_util_set_debug_log_level(0);
     for (const char *name : {"a", "b", "c", "d"}) {
         vxlb_get_or_set_norm_id(&key, name, 1, nullptr);
     }
-    EXPECT_EQ("4 3 16 3 8 1", fields());
     vxlb_util_set_debug_log_level(VXLB_LEVEL_2);
     vxlb_add_id_in_free_list(&key, 9);
     EXPECT_EQ(0, vxlb_obj_hash_reset(&key));
-    EXPECT_EQ("4 3 16 -1 0 0", fields());
-    EXPECT_TRUE(!key.free_norm_id_list_head && !key.id_name[0] && !key.id_name[15]);
-    EXPECT_EQ(-2, vxlb_get_norm_id(&key, "a", 1));
+    EXPECT_TRUE(!key.nt_mpool->busy_head && !key.free_norm_id_list_head && !key.id_name[15]);
     vxlb_get_or_set_norm_id(&key, "z", 1, nullptr);
     vxlb_get_norm_table_data(&key, 0);
     vxlb_add_id_in_free_list(&key, 9);
