@@ -109,6 +109,13 @@ def edit(documents=DOCUMENTS, operations=(0, 1, 2, 4), limits=(20, 255)):
         yield bytes([operation, 1, limit, 1, 1]) + b'av' + document
 
 
+def edit_limits():
+    """Members that fill the editor's own buffer, or almost."""
+    for length in (4080, 4081, 4082, 4083, 4084, 4085):
+        yield bytes([0, 0, 255, 0, 0]) + b'{"a":"' + b'v' * length + b'"}'
+        yield bytes([1, 1, 255, 1, 1]) + b'av{"":"' + b'v' * (length - 11) + b'"}'
+
+
 def tags():
     yield from (b'Smoke\\u0054est', b'Smoke\0' + b'0054est', b'caf\\u00e9', b'\\u00g0', b'\\u', b'a\0b')
 
@@ -209,7 +216,7 @@ def write(directory, inputs):
 
 
 def seeds():
-    return {'json_moves': moves(), 'json_tree': tree(), 'json_expr': itertools.chain(expr(), expr_limits()), 'json_edit': edit(), 'tags': tags(), 'tag_match': tag_match(),
+    return {'json_moves': moves(), 'json_tree': tree(), 'json_expr': itertools.chain(expr(), expr_limits()), 'json_edit': itertools.chain(edit(), edit_limits()), 'tags': tags(), 'tag_match': tag_match(),
             'tokens': tokens(), 'log_settings': log_settings(), 'escapes': escapes(), 'pool': pool(),
             'norm_ids': norm_ids(), 'alloc': alloc(), 'work_dir': work_dir(), 'log': log(), 'command': command()}
 

@@ -7,8 +7,6 @@
 
 #include <libvxcore/vxlb_alloc.h>
 
-#include "vxlb_json_skip.h"
-
 namespace {
 
 // Digits: the six moves, and 6 for the value. What comes of them, an error as "!" and its number.
@@ -130,31 +128,6 @@ TEST(VxlbJsonParser, FilesMayFailAndChange) {
     cut->buffer[17] = '\0';
     EXPECT_EQ("Failed to read from file, error = Success\n",
               said([&] { EXPECT_EQ(steps(cut, "6"), "!7"); }));
-}
-
-// Fuzz targets take the road that the machine has; this is the other one, up to false stops.
-TEST(VxlbJsonParser, PortableSkippingStopsWhereItMatters) {
-    JsonMaker random(1);
-    const auto stops_well = [](auto skip, auto stops, const std::string &bytes,
-                               const char *others) {
-        const char *at = bytes.data(), *end = at + bytes.size(),
-                   *stop = std::find_if(at, end, stops);
-        for (at = skip(at, end); at < stop && strchr(others, *at) != nullptr;) {
-            at = skip(at + 1, end);
-        }
-        return at == stop;
-    };
-    for (int round = 0; round < 20000; round++) {
-        std::string bytes(random.below(60), round % 2 == 0 ? ' ' : '\n');
-        for (size_t i = random.below(60); i < bytes.size(); i++) {
-            const unsigned any = random.below(256);
-            bytes[i] = static_cast<char>(random.below(20) == 0 ? any : 'a' + any % 26);
-        }
-        EXPECT_TRUE(stops_well(skip_string_words, stops_string, bytes, "") &&
-                    stops_well(skip_structure_words, stops_structure, bytes, "|\x02\x0c\x1b\x1d") &&
-                    stops_well(skip_literal_words, stops_literal, bytes, "|"))
-            << bytes;
-    }
 }
 
 } // namespace

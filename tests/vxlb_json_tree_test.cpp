@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The tree's sources once more, with limits that a test can reach and blocks that always move.
+// The module's sources once more: with limits that a test can reach, blocks that always move, and the
+// portable road of skipping, which fuzz targets do not take where there is a faster one.
 #include "json_document.h"
 #include "trace_log.h"
 
@@ -30,51 +31,62 @@ void *moving_realloc(void *old, size_t size) {
 
 } // namespace
 
+#define VXLB_JSON_PORTABLE
 #define VXLB_JSONT_BLOCK_LIMIT g_most_bytes
 #define VXLB_JSON_VALUE_MAX g_longest_value
 #define realloc moving_realloc
 #include "vxlb_json_tree.cpp"
 #undef realloc
+#include "vxlb_json_parser.cpp"
 #include "vxlb_json_value.cpp"
 
 namespace {
 
-// Of the whole document, or of its first member: then the block grows in small steps. fuzz_json_tree does
-// so with short documents.
-TEST(VxlbJsonTree, LongDocumentsBecomeWhatTheModelSays) {
+// Of the whole document, or of its first member: then the block grows in small steps.
+TEST(VxlbJsonTree, DocumentsBecomeWhatTheModelSays) {
+    JsonMaker random(1);
+    const uint32_t freed = g_c_free_count;
     const std::string nested = R"({"a":[{"a":["x\\ny",""],"b":{"c":1}}],"d":[]})";
-    for (std::string doc :
-         {R"({"a":1 "b":2,")" + std::string(300, 'n') + R"(":"a\"b"})", items(500, nested),
-          items(32766), items(32767), items(32768), items(65537)}) {
+    std::vector<std::string> docs = {R"({"a":1 "b":2,")" + std::string(300, 'n') + R"(":"a\"b"})",
+                                     items(500, nested),
+                                     items(32766),
+                                     items(32767),
+                                     items(32768),
+                                     items(65537)};
+    while (docs.size() < 3000) {
+        docs.push_back(random.document());
+    }
+    for (std::string doc : docs) {
         for (const bool is_part : {false, true}) {
             doc = is_part ? "{\"z\":" + doc + ",\"y\":1}" : doc;
             const Parser json = parser_of(doc);
             JsonModel model(doc, 128, 0);
-            for (const int op : {0, 4}) {
-                EXPECT_TRUE(!is_part ||
-                            __parse_json(json.get(), op == 0 ? 0 : 4) == model.move(op));
+            for (const unsigned char op : {'\0', '\4'}) {
+                EXPECT_TRUE(!is_part || __parse_json(json.get(), op) == model.move(op));
             }
             uint64_t used = 1;
             const auto expected = model.tree(-1, used);
+            const uint32_t count = g_c_alloc_count;
             const Tree tree = tree_of(json);
-            const BBM block = *tree->bbm;
+            EXPECT_EQ(g_c_alloc_count, count + 1) << "the control record";
+            EXPECT_EQ(model.difference(json.get()), "") << doc.substr(0, 200);
+            ASSERT_EQ(tree != nullptr, expected.has_value()) << doc.substr(0, 200);
+            const BBM block = tree == nullptr ? BBM{} : *tree->bbm;
             const char *place = block.mem + 1;
-            EXPECT_EQ(tree_difference(tree.get(), nullptr, *expected, place), "");
-            EXPECT_EQ(model.difference(json.get()), "");
-            EXPECT_TRUE(block.offset == used && block.max > used);
+            EXPECT_TRUE(tree == nullptr || (block.offset == used && block.max > used));
             EXPECT_TRUE(!is_part || used > 1 << 20 || block.max <= used + 33076) << block.max;
+            EXPECT_EQ(tree == nullptr ? "" : tree_difference(tree.get(), nullptr, *expected, place),
+                      "");
         }
     }
+    EXPECT_EQ(g_c_free_count, freed) << "all are released plainly";
 }
 
-TEST(VxlbJsonTree, ControlRecordIsCountedAndPlainlyReleased) {
-    const uint32_t count = g_c_alloc_count, freed = g_c_free_count;
+TEST(VxlbJsonTree, NothingIsBuiltOfNothing) {
     const Parser json = parser_of("{}");
-    EXPECT_NE(tree_of(json), nullptr);
-    EXPECT_EQ(g_c_alloc_count - count, 6U);             // the handle's five, and the control record
+    EXPECT_EQ(vxlb_json_open_obj(json.get()), 0);
     EXPECT_EQ(vxlb_json_to_jsont(json.get()), nullptr); // no current element
     EXPECT_EQ(vxlb_json_to_jsont(nullptr), nullptr);
-    EXPECT_EQ(g_c_free_count, freed);
     vxlb_jsont lone = {};
     vxlb_jsont_free(&lone); // in no block: nothing to release
 }
