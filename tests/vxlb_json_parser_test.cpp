@@ -85,7 +85,8 @@ TEST(VxlbJsonParser, ArgumentsAndStatesAreChecked) {
 // Of a name 511 bytes are kept, brackets are counted in 16 bits, values may be of any length; a file's
 // top is taken for an object, and an array is one only behind blanks.
 TEST(VxlbJsonParser, LongPiecesAreReadAsTheModelReadsThem) {
-    for (const size_t n : {0, 511, 512, 8192, 32767, 32768, 65535, 65536, 65537, 200000}) {
+    for (const size_t n :
+         {0U, 511U, 512U, 8192U, 32767U, 32768U, 65535U, 65536U, 65537U, 200000U}) {
         for (const std::string &doc :
              {"{\"" + std::string(n, 'n') + "\":1,\"b\":\"x\"}",
               std::string(n % 3, ' ') + "\n[\"x\\\\\",1]",

@@ -61,7 +61,7 @@ TEST(VxlbJsonTree, DocumentsBecomeWhatTheModelSays) {
             doc = is_part ? "{\"z\":" + doc + ",\"y\":1}" : doc;
             const Parser json = parser_of(doc);
             JsonModel model(doc, 128, 0);
-            for (const unsigned char op : {'\0', '\4'}) {
+            for (const json_operation op : {OPEN_OBJ, NEXT_ELEMENT}) {
                 EXPECT_TRUE(!is_part || __parse_json(json.get(), op) == model.move(op));
             }
             uint64_t used = 1;
