@@ -8,14 +8,13 @@
  * A look-up of a user or group counts as one allocation: the C library's name service does not
  * survive a failure inside (it ends the process by an assertion, or by a null pointer).
  *
- * Of a coverage build, the counters are written as if nothing had failed, also by a process that aborts.
+ * The counters of a coverage build are written as if nothing had failed, also by a process that
+ * aborts.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
-#include <grp.h>
 #include <malloc.h>
-#include <pwd.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -97,18 +96,13 @@ void *realloc(void *old, size_t size) {
     return block;
 }
 
-static void *look_up(const char *function, unsigned int id) {
-    void *(*const real)(unsigned int) = (void *(*)(unsigned int))dlsym(RTLD_NEXT, function);
-    is_looking_up = !fails();
-    void *found = is_looking_up ? real(id) : NULL;
-    is_looking_up = 0;
-    return found;
-}
-
-struct passwd *getpwuid(uid_t id) {
-    return look_up("getpwuid", id);
-}
-
-struct group *getgrgid(gid_t id) {
-    return look_up("getgrgid", id);
-}
+#define LOOK_UP(function)                                                                         \
+    void *function(unsigned int id) {                                                             \
+        void *(*const real)(unsigned int) = (void *(*)(unsigned int))dlsym(RTLD_NEXT, #function); \
+        is_looking_up = !fails();                                                                 \
+        void *found = is_looking_up ? real(id) : NULL;                                            \
+        is_looking_up = 0;                                                                        \
+        return found;                                                                             \
+    }
+LOOK_UP(getpwuid)
+LOOK_UP(getgrgid)

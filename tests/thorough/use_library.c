@@ -22,11 +22,12 @@ static void show(int64_t number, const char *text) {
 
 static void use_containers(void) {
     vxlb_mp_handler pool;
-    NormObjKey ids;
+    NormObjKey ids, many_ids;
     char content[64];
     const int fd = open("document.json", O_RDONLY);
     show(-vxlb_mp_init(&pool, 64, 4, 4, 1), "pool");
     show(vxlb_init_norm_id_table_v2(&ids, 8, 16), "ids");
+    show(vxlb_init_norm_id_table(&many_ids, 1 << 18), "many ids");
     for (int i = 0, id; i < 60; i++) {
         show(snprintf(content, sizeof content, "name %d", i), "name");
         show(vxlb_get_or_gen_norm_id(&ids, content, 0, &id), "id");
@@ -40,6 +41,7 @@ static void use_containers(void) {
     show(vxlb_read_file_and_fill_buf_ex(fd, content, 60, 0), "file");
     show(vxlb_obj_hash_reset(&ids), vxlb_bigbuf_get_value(&ids.bigbuf, 7));
     close(fd);
+    vxlb_obj_hash_destroy(&many_ids);
     vxlb_obj_hash_destroy(&ids);
     vxlb_mp_destroy(&pool);
 }
