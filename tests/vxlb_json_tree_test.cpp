@@ -72,7 +72,7 @@ TEST(VxlbJsonTree, DocumentsBecomeWhatTheModelSays) {
             EXPECT_EQ(model.difference(json.get()), "") << doc.substr(0, 200);
             ASSERT_EQ(tree != nullptr, expected.has_value()) << doc.substr(0, 200);
             const BBM block = tree == nullptr ? BBM{} : *tree->bbm;
-            const char *place = block.mem + 1;
+            const char *place = tree == nullptr ? nullptr : block.mem + 1;
             EXPECT_TRUE(tree == nullptr || (block.offset == used && block.max > used));
             EXPECT_TRUE(!is_part || used > 1 << 20 || block.max <= used + 33076) << block.max;
             EXPECT_EQ(tree == nullptr ? "" : tree_difference(tree.get(), nullptr, *expected, place),
