@@ -203,8 +203,10 @@ struct Logs {
         static FILE *out =
             fopencookie(&text, "w", {nullptr, CapturedStderr::write, nullptr, nullptr});
         text.clear();
+        errno = 4242;
         check(lib_debug_log(r.level, 0x10000, out, r.file.data(), r.line, r.function.data(), "%s",
                             r.message.data()) == 0);
+        check(errno == 4242);
         const std::string record =
             laid_out(date("Error|Error|") + r.site(), r.message, STREAM_LIMIT);
         check(text == (r.level > 0x10000 ? "" : std::string("\n") + record.c_str() + "\n"));

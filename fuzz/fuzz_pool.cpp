@@ -3,6 +3,7 @@
 //
 //     slot size | first chunk | later chunks | cap | locking | operations, a byte each
 
+#include <libvxcore/vxlb_alloc.h>
 #include <libvxcore/vxlb_mem_pool.h>
 #include <libvxcore/vxlb_util.h>
 
@@ -95,6 +96,7 @@ struct Pool {
         free.pop_front();
         busy.push_back(slot);
         stamps.emplace_back(slot, next_stamp);
+        slot[HEADER - 1] |= 6; // the user's bits beside the pool's
         memset(slot + HEADER, next_stamp++ % 256, static_cast<size_t>(slot_size - HEADER));
     }
     // The caller's bytes are as they were left.
@@ -199,7 +201,9 @@ struct Pool {
         while (!taken.empty()) {
             return_taken();
         }
+        const size_t before = g_c_free_count;
         vxlb_mp_destroy(&handle);
+        check(g_c_free_count - before == chunks.size() - lost.size());
         for (char *chunk : lost) {
             ::free(chunk);
         }

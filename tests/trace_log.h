@@ -29,7 +29,7 @@ struct TraceLog {
     // names that are given for them, or as "@"; a blank at a line's end shows as "_".
     std::string take(const std::vector<std::pair<const void *, const char *>> &names = {}) const {
         std::string all = undated(content() + "\n");
-        EXPECT_EQ(0, all == "\n" ? 0 : truncate(path.c_str(), 0));
+        (void)!truncate(path.c_str(), 0); // there is none before the first
         all = replaced(all, "\nDATE\\|[^|]*\\|[^|]*\\|[^|]*\\|", "\n").substr(1);
         for (const auto &[address, name] : names) {
             all = replaced(all, text("%p\\b", address), name);

@@ -16,14 +16,12 @@ int use_macros(Record *given, short small, unsigned long large, const char *labe
     Record *record;
     const char *name;
     void *raw;
-    char *names[3];
     volatile int *number;
-    int i = 0;
+    const int i = 3;
 
     VXLB_MALLOC(record, sizeof(Record), "record");
     VXLB_MALLOC(name, small, "name");
     VXLB_MALLOC(raw, large, label);
-    VXLB_MALLOC(names[i++], 3, "names");
     VXLB_MALLOC(number, given->three, "number");
     VXLB_REALLOC(record, large, "record", small, -1);
     VXLB_REALLOC(name, small, "name", large, -1);
@@ -36,7 +34,6 @@ int use_macros(Record *given, short small, unsigned long large, const char *labe
     VXLB_FREE(record, "record", -1);
     VXLB_FREE(name, "name", -1);
     VXLB_FREE(number, "number", -1);
-    VXLB_FREE(names[--i], "names", 0);
     VXLB_FREE(raw, "raw", -1);
     return i;
 }

@@ -82,13 +82,12 @@ TEST(VxlbLog, DatesAreConvertedOnceASecondAndZone) {
     EXPECT_EQ(1, g_conversions);
     timezone += 3600;
     get_cur_date_time();
+    get_cur_date_time();
     timezone -= 3600;
     daylight = !daylight;
     get_cur_date_time();
     daylight = !daylight;
     EXPECT_EQ(3, g_conversions) << "again in another zone";
-    g_fake_now++;
-    EXPECT_STREQ("01/01/1970 00:16:41", get_cur_date_time());
     g_fake_now = 0;
 }
 
@@ -108,21 +107,17 @@ TEST(VxlbLog, AConversionMayBlockSignalsAndThenUnblocksAll) {
     g_during_conversion = nullptr;
 }
 
-TEST(VxlbLog, ADisabledTraceEvaluatesNothing) {
+TEST(VxlbLog, ADisabledTraceEvaluatesNothingAndNoneIsLostForItsFormat) {
     TraceLog log(0x10, 0xFFFF);
     int evaluated = 0;
     vxlb_debug_log_ex(0xFF0000, 0x10, "f", 1, "g", "%d", ++evaluated);
     vxlb_debug_log_ex(0xFF, 0x20, "f", 1, "g", "%d", ++evaluated);
     vxlb_debug_log_ex(0xFF00, 0x30, nullptr, -3, "g", "%d", ++evaluated);
-    EXPECT_EQ("\nDATE|(null)|-3|g|1", undated(log.content()));
-}
-
-TEST(VxlbLog, AMessageThatCanNotBeFormattedLeavesItsPrefix) {
-    TraceLog log;
     const wchar_t unprintable[] = {0x7fffffff, 0};
-    vxlb_debug_log_ex(1, 1, "f.c", 1, "g", "ab%lscd", unprintable);
-    EXPECT_EQ("\nDATE|f.c|1|g|", undated(log.content()).substr(0, 14));
-    EXPECT_EQ(std::string::npos, log.content().find('\0'));
+    vxlb_debug_log_ex(1, 0x10, "f.c", 1, "g", "ab%lscd", unprintable);
+    EXPECT_EQ("1\nab\n", log.take());
+    vxlb_debug_log_ex(1, 0x10, nullptr, -3, nullptr, "%s", "x");
+    EXPECT_EQ("\nDATE|(null)|-3|(null)|x", undated(log.content()));
 }
 
 TEST(VxlbLog, LogsAreOpenedForAppendingAndNotInherited) {
@@ -149,7 +144,6 @@ TEST(VxlbLog, SaysWhyALogCanNotBeOpenedOrClosed) {
               said([] { log_text("a"); }));
     vxlb_util_set_log_filename(nullptr, "/no/error.log");
     EXPECT_EQ("Failed to open(/no/error.log). Error = No such file or directory", report());
-    EXPECT_EQ("-1 -1", text("%d %d", vxlb_get_debug_fd(), vxlb_get_error_fd()));
     EXPECT_EQ("", said(vxlb_close_log_fd)) << "closed already";
     lib_debug_fd = 9999;
     EXPECT_EQ("error in closing fd ", said(vxlb_close_log_fd));
@@ -173,7 +167,6 @@ TEST(VxlbLog, DescriptorZeroCountsAsClosedAndIsNotUsed) {
     int fd = 0;
     EXPECT_EQ(1, vxlb_open_file_with_header(&fd, (dir / "log").c_str(), "head"));
     EXPECT_LT(0, fd);
-    EXPECT_EQ(FD_CLOEXEC, fcntl(fd, F_GETFD));
     EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "free again";
     close(fd);
     dup2(saved, 0);
@@ -229,8 +222,7 @@ TEST(VxlbLog, ARolledLogTakesThePlaceOfItsDescriptor) {
     EXPECT_EQ(before, open_descriptors());
     fs::remove_all(dir.path);
     EXPECT_EQ(-1, vxlb_open_log(&fd, path.c_str(), 1, nullptr));
-    EXPECT_EQ(ENOENT, errno);
-    EXPECT_EQ(-1, fd);
+    EXPECT_EQ(text("-1 %d", ENOENT), text("%d %d", fd, errno));
     EXPECT_EQ(before - 1, open_descriptors());
 }
 

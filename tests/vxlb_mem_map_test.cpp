@@ -9,9 +9,6 @@
 
 namespace {
 
-const std::string HEADER =
-    "AbsoluteTimeStamp|Address|Size|FileName|LineNo|FunctionName|Message!!\n";
-
 // Each test has a map of its own, in a thread of its own.
 void with_map(const std::function<void()> &body) {
     std::thread([&] {
@@ -79,7 +76,9 @@ Method called, address = (nil)
 Memory map - address is NULL
 Method called, address = @
 Memory @ is not found in map
-Method Called, fname = /nowhere/dump, header_buf = @
+Method Called, fname = /nowhere/dump, header_buf = AbsoluteTimeStamp|Address|Size|)"
+                  R"(FileName|LineNo|FunctionName|Message!!
+
 Error in opening the file '/nowhere/dump'
 Method called, address = A, size = 100, message = label
 Method called
@@ -92,7 +91,7 @@ Entry added timestamp = DATE, address = A, size = 9, message = f.c|7|fn|label
 Method called, address = A
 Deleted normid = 0
 )",
-                  replaced(log.take({{address(0), "A"}}), replaced(HEADER, "[|]", "."), "@"));
+                  log.take({{address(0), "A"}}));
     });
     EXPECT_TRUE(log.take().starts_with("Method Called\n"));
 }
@@ -121,9 +120,9 @@ TEST(VxlbMemMap, RecordsWhatTheLibraryAllocates) {
         NormObjKey table;
         vxlb_init_norm_id_table_v2(&table, 16, 10);
         vxlb_bigbuf_realloc(&table.bigbuf);
-        EXPECT_EQ("896 96 10250", text("%zu %zu %zu", zyl_mem_map[1].size, zyl_mem_map[2].size,
-                                       zyl_mem_map[3].size + zyl_mem_map[0].size));
         EXPECT_EQ(table.nt, zyl_mem_map[1].address);
+        EXPECT_EQ(table.nt_mpool, zyl_mem_map[2].address);
+        EXPECT_EQ(10250u, zyl_mem_map[3].size + zyl_mem_map[0].size);
         vxlb_obj_hash_destroy(&table);
         for (int id = 0; id <= mem_map_max_norm_id; id++) {
             EXPECT_EQ(0u, zyl_mem_map[id].size) << id;

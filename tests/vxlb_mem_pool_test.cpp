@@ -27,9 +27,10 @@ TEST(VxlbMemPool, InitFillsTheHandleAndNullsAreRefused) {
     EXPECT_EQ("0: 40 3 4 0 1", init(40, 3, 4, 1));
     EXPECT_EQ("0: 40 10 10 0 0", init(40, 0, -5, 2));
     EXPECT_EQ("1: 0 0 0 0 0", init(0, 1, 1, 1));
-    EXPECT_EQ("1 1", text("%d %d", vxlb_mp_create(&pool), vxlb_mp_create(nullptr)));
-    EXPECT_TRUE(!vxlb_mp_get_slot(nullptr) && !vxlb_mp_get_busy_head(nullptr));
-    EXPECT_EQ(nullptr, vxlb_mp_check_busy_head(nullptr));
+    EXPECT_EQ(1, vxlb_mp_create(&pool));
+    EXPECT_EQ(1, vxlb_mp_create(nullptr));
+    EXPECT_TRUE(!vxlb_mp_get_slot(nullptr) && !vxlb_mp_get_busy_head(nullptr) &&
+                !vxlb_mp_check_busy_head(nullptr));
     vxlb_mp_free_busy_head(nullptr, &pool);
     vxlb_mp_set_max(nullptr, 5);
 }
@@ -60,20 +61,14 @@ busy_[head|tail] = [(nil)|(nil)], free_[head|tail] = [b|a]
 Method called, mpool = pool, slot =(nil)
 )",
               log.take({{&pool, "pool"}, {a, "a"}, {reinterpret_cast<char *>(a) + 32, "b"}}));
-    vxlb_util_set_debug_log_level(VXLB_LEVEL_2);
-    vxlb_util_set_modulemask(VXLB_MOD_MEMORY);
-    a->slot_status = 7; // the user's bits beside the pool's
     vxlb_mp_destroy(&pool);
-    EXPECT_EQ("VXLB_FREE'ed (malloced_slotes[i]) Freed. ptr = $a$ for index -1, "
-              "allocated_size = 1\n",
-              log.take({{a, "a"}}));
 }
 
 TEST(VxlbMemPool, ThreadsShareALockedPool) {
     vxlb_mp_handler pool;
     vxlb_mp_init(&pool, 32, 4, 4, 1);
     const auto work = [&] {
-        for (int step = 0; step < 5000; step++) {
+        for (int step = 0; step < 50000; step++) {
             node *const first = vxlb_mp_get_slot(&pool);
             vxlb_mp_free_slot_ex(&pool, vxlb_mp_get_slot(&pool));
             vxlb_mp_check_busy_head(&pool);

@@ -65,9 +65,8 @@ static void read_records(const std::string &path, std::map<std::string, int> *fo
 static void open_others(const std::atomic<bool> *stop) {
     while (!*stop) {
         const int fd = open("other", O_RDWR | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
-        char bytes[9];
         sched_yield();
-        g_foreign += pread(fd, bytes, sizeof bytes, 0) != 0;
+        g_foreign += lseek(fd, 0, SEEK_END) != 0;
         close(fd);
     }
 }
