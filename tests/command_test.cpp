@@ -259,7 +259,7 @@ TEST_F(Command, ARowIsMadeOfItsPath) {
         "w/f/Q/S/a.b.conf w/f/Q/S/a.b.conf.conf w/f/Q/T/a.conf -> f|Q|T|a CONF$\n"
         "w/f/.conf/S/a.conf w/f/.conf/T/a.conf -> f|.conf|S|a CONF$\n"
         "w/f/P/b.yaml/c/scenario.json w/f/P/b.yaml/d/scenario.json -> f|P|b.yaml|c JSON$\n"
-        "w/f/P/S/a.jmx.yaml/scenario.json w/f/P/S/a.jmx/scenario.json -> f|P|S|a.jmx.yaml JMX$\n"
+        "w/f/P/S/a.jmx.yaml/scenario.json w/f/P/S/a.jmxx/scenario.json -> f|P|S|a.jmx.yaml JMX$\n"
         "w/f/P/S/x.yaml/scenario.json w/f/P/S/y.wzrd.b/scenario.yaml -> f|P|S|x.yaml YAML$"
         "f|P|S|y.wzrd.b WZRD$\n"
         "w/f/P/S/k/scenario.conf w/f/P/S/l/xscenario.json w/f/P/S/.m/scenario.json -> f|P|S|k CONF$\n"
