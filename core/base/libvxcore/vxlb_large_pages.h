@@ -14,9 +14,10 @@ static inline void vxlb_use_large_pages(void *block, size_t size) {
     if (size < 2 * LARGE_PAGE) {
         return;
     }
-    const uintptr_t begin = (reinterpret_cast<uintptr_t>(block) + LARGE_PAGE - 1) & -LARGE_PAGE;
-    const uintptr_t end = (reinterpret_cast<uintptr_t>(block) + size) & -LARGE_PAGE;
+    const uintptr_t address = reinterpret_cast<uintptr_t>(block);
+    const size_t before = (LARGE_PAGE - address % LARGE_PAGE) % LARGE_PAGE;
+    const size_t whole = (size - before) / LARGE_PAGE * LARGE_PAGE;
     const int reason = errno;
-    madvise(reinterpret_cast<void *>(begin), end - begin, MADV_HUGEPAGE);
+    madvise(static_cast<char *>(block) + before, whole, MADV_HUGEPAGE);
     errno = reason;
 }
