@@ -219,7 +219,7 @@ TEST(DirectorySet, RemembersDeviceAndInode) {
     directory_set set = {};
     for (int i = 0; i < 20000; i++) {
         const dev_t device = static_cast<dev_t>(pick(3));
-        const ino_t inode = static_cast<ino_t>(pick(8000));
+        const ino_t inode = static_cast<ino_t>(pick(8000)) * (device == 0 ? 1 : 0x123456789ABC5);
         ASSERT_EQ(directory_set_add(&set, device, inode) == directory_meeting::FIRST,
                   model.emplace(device, inode).second);
     }

@@ -5,37 +5,38 @@
 
 namespace {
 
-constexpr size_t FIRST_CAPACITY = 1024;
-constexpr uint64_t NUMBER_FOR_ZERO = UINT64_MAX; // in a table 0 marks a free slot
+constexpr size_t FIRST_CAPACITY = 256;
+constexpr unsigned MEMBER_BITS = 6;
 
-// Multiplicative hashing (Knuth, The Art of Computer Programming, vol. 3, 6.4): neighbouring inode
-// numbers, as a file system hands them out, are spread over the table.
-size_t slot_of(const device_table *table, uint64_t inode) {
-    return static_cast<size_t>((inode * 0x9E3779B97F4A7C15u) >> 32) & (table->capacity - 1);
+// Four neighbouring groups, which fill a line of the cache, stay together; such fours are spread by
+// multiplicative hashing (Knuth, The Art of Computer Programming, vol. 3, 6.4).
+size_t slot_of(const device_table *table, uint64_t number) {
+    const uint64_t hash = ((number >> 2) * 0x9E3779B97F4A7C15u) >> 32;
+    return static_cast<size_t>(hash << 2 | (number & 3)) & (table->capacity - 1);
 }
 
-// The slot that holds an inode, or the free one where it belongs.
-uint64_t *find(const device_table *table, uint64_t inode) {
-    size_t slot = slot_of(table, inode);
-    while (table->inodes[slot] != 0 && table->inodes[slot] != inode) {
+// The slot that holds a group, or the free one where it belongs.
+inode_group *find(const device_table *table, uint64_t number) {
+    size_t slot = slot_of(table, number);
+    while (table->groups[slot].members != 0 && table->groups[slot].number != number) {
         slot = (slot + 1) & (table->capacity - 1);
     }
-    return &table->inodes[slot];
+    return &table->groups[slot];
 }
 
 bool grow(device_table *table) {
     device_table wider = *table;
     wider.capacity = table->capacity == 0 ? FIRST_CAPACITY : 2 * table->capacity;
-    wider.inodes = static_cast<uint64_t *>(calloc(wider.capacity, sizeof *wider.inodes));
-    if (wider.inodes == nullptr) {
+    wider.groups = static_cast<inode_group *>(calloc(wider.capacity, sizeof *wider.groups));
+    if (wider.groups == nullptr) {
         return false;
     }
     for (size_t i = 0; i < table->capacity; i++) {
-        if (table->inodes[i] != 0) {
-            *find(&wider, table->inodes[i]) = table->inodes[i];
+        if (table->groups[i].members != 0) {
+            *find(&wider, table->groups[i].number) = table->groups[i];
         }
     }
-    free(table->inodes);
+    free(table->groups);
     *table = wider;
     return true;
 }
@@ -66,19 +67,20 @@ directory_meeting directory_set_add(directory_set *set, dev_t device, ino_t inod
     if (4 * (table->used + 1) > 3 * table->capacity && !grow(table)) {
         return directory_meeting::OUT_OF_MEMORY;
     }
-    const uint64_t number = inode != 0 ? inode : NUMBER_FOR_ZERO;
-    uint64_t *slot = find(table, number);
-    if (*slot == number) {
+    const uint64_t number = inode >> MEMBER_BITS;
+    const uint64_t member = uint64_t{1} << (inode & ((1 << MEMBER_BITS) - 1));
+    inode_group *group = find(table, number);
+    if ((group->members & member) != 0) {
         return directory_meeting::AGAIN;
     }
-    *slot = number;
-    table->used++;
+    table->used += group->members == 0;
+    *group = {number, group->members | member};
     return directory_meeting::FIRST;
 }
 
 void directory_set_free(directory_set *set) {
     for (size_t i = 0; i < set->device_count; i++) {
-        free(set->devices[i].inodes);
+        free(set->devices[i].groups);
     }
     free(set->devices);
     *set = {};
