@@ -94,7 +94,7 @@ void check_level(const char *line) {
     const auto words = words_of(line, " \t\n\v\f\r", 3, 511);
     const std::string value = words.size() < 2 ? "" : words[1];
     const bool is_number = value.find_first_not_of("0123456789") == std::string::npos;
-    const long number = strtol(value.c_str(), nullptr, 10);
+    const int number = static_cast<int>(strtol(value.c_str(), nullptr, 10));
     const uint32_t known[] = {0, 0xFF, 0xFFFF, 0xFFFFFF, 0xFFFFFFFF};
     const auto level = number >= 0 && number <= 4 ? known[number] : static_cast<uint32_t>(number);
     vxlb_util_set_debug_log_level(77);

@@ -147,18 +147,25 @@ void vxlb_malloc_exhausted(size_t size, const char *label, const char *file, int
 typedef uint32_t vxlb_four_counts __attribute__((vector_size(16), may_alias));
 typedef int64_t vxlb_two_settings __attribute__((may_alias));
 typedef struct vxlb_alloc_state {
-    vxlb_four_counts allocated; /* g_c_alloc_count, g_alloc_count, g_mem_allocated, not used */
-    vxlb_four_counts freed;     /* g_c_free_count, g_free_count, g_mem_freed, not used */
+    vxlb_four_counts allocated; /* g_mem_allocated, g_c_alloc_count, g_alloc_count, not used */
+    vxlb_four_counts freed;     /* g_mem_freed, g_c_free_count, g_free_count, not used */
     uint64_t c_mem_allocated;   /* g_c_mem_allocated */
     uint64_t c_mem_freed;       /* g_c_mem_freed */
     vxlb_two_settings settings; /* mem_map_entry_max, g_alloc_extra_size */
 } vxlb_alloc_state;
 
-/* By way of an empty instruction, so that no compiler takes the variables for separate ones. */
+/*
+ * To a compiler each variable is an object of its own, which nothing behind another's address can touch.
+ * The empty instructions say that memory is read and written here, so that what the program stored in
+ * the variables has arrived when the parts are read, and what it reads afterwards is read anew.
+ */
 static inline vxlb_alloc_state *vxlb_alloc_get_state(void) {
     vxlb_alloc_state *state;
-    __asm__("" : "=r"(state) : "0"(&g_c_alloc_count));
+    __asm__ volatile("" : "=r"(state) : "0"(&g_mem_allocated) : "memory");
     return state;
+}
+static inline void vxlb_alloc_has_changed(void) {
+    __asm__ volatile("" ::: "memory");
 }
 
 /* Nothing of the allocation wrappers is traced. */
@@ -173,18 +180,19 @@ static inline int vxlb_alloc_is_plain(size_t size) {
                             1) != 0;
 }
 
-static inline void vxlb_count_allocated(size_t size) {
-    vxlb_alloc_state *const state = vxlb_alloc_get_state();
-    const vxlb_four_counts step = {1, 1, (uint32_t)size, 0};
-    state->allocated += step;
+/* The bytes come first, since the first of four numbers is the cheapest to set. */
+static inline void vxlb_count_allocated(vxlb_alloc_state *state, size_t size) {
+    const vxlb_four_counts bytes = {(uint32_t)size, 0, 0, 0}, blocks = {0, 1, 1, 0};
+    state->allocated += bytes | blocks;
     state->c_mem_allocated += size;
+    vxlb_alloc_has_changed();
 }
 
-static inline void vxlb_count_freed(size_t size) {
-    vxlb_alloc_state *const state = vxlb_alloc_get_state();
-    const vxlb_four_counts step = {1, 1, (uint32_t)size, 0};
-    state->freed += step;
+static inline void vxlb_count_freed(vxlb_alloc_state *state, size_t size) {
+    const vxlb_four_counts bytes = {(uint32_t)size, 0, 0, 0}, blocks = {0, 1, 1, 0};
+    state->freed += bytes | blocks;
     state->c_mem_freed += size;
+    vxlb_alloc_has_changed();
 }
 
 static inline void *vxlb_malloc_plain(size_t size, const char *label, const char *file, int line,
@@ -195,7 +203,7 @@ static inline void *vxlb_malloc_plain(size_t size, const char *label, const char
     }
     /* One store of 8 bytes; memcpy would become a call where the C library checks sizes. */
     __builtin_memcpy(block + size, VXLB_ALLOC_MARK, VXLB_ALLOC_TAIL_SIZE);
-    vxlb_count_allocated(size);
+    vxlb_count_allocated(vxlb_alloc_get_state(), size);
     return block;
 }
 
@@ -204,8 +212,9 @@ static inline void vxlb_free_block(void *block, const char *label, int index, co
     if (block == NULL) {
         return;
     }
-    if (__builtin_expect(mem_map_entry_max == 0 && vxlb_alloc_is_untraced(), 1)) {
-        vxlb_count_freed(1);
+    vxlb_alloc_state *const state = vxlb_alloc_get_state();
+    if (__builtin_expect(state->settings == 0 && vxlb_alloc_is_untraced(), 1)) {
+        vxlb_count_freed(state, 1);
         free(block);
     } else {
         vxlb_free_traced(block, label, index, file, line, func);

@@ -27,14 +27,14 @@ __attribute__((used)) __thread vxlb_alloc_state vxlb_alloc_thread_state;
             ".size " #name ", " #size "\n"                       \
             ".set " #name ", vxlb_alloc_thread_state + " #offset)
 
-static_assert(offsetof(vxlb_alloc_state, allocated) == 0, "g_c_alloc_count comes first");
-NAME_PART(g_c_alloc_count, 4, 0);
-NAME_PART(g_alloc_count, 4, 4);
-NAME_PART(g_mem_allocated, 4, 8);
-static_assert(offsetof(vxlb_alloc_state, freed) == 16, "where g_c_free_count is");
-NAME_PART(g_c_free_count, 4, 16);
-NAME_PART(g_free_count, 4, 20);
-NAME_PART(g_mem_freed, 4, 24);
+static_assert(offsetof(vxlb_alloc_state, allocated) == 0, "g_mem_allocated comes first");
+NAME_PART(g_mem_allocated, 4, 0);
+NAME_PART(g_c_alloc_count, 4, 4);
+NAME_PART(g_alloc_count, 4, 8);
+static_assert(offsetof(vxlb_alloc_state, freed) == 16, "where g_mem_freed is");
+NAME_PART(g_mem_freed, 4, 16);
+NAME_PART(g_c_free_count, 4, 20);
+NAME_PART(g_free_count, 4, 24);
 static_assert(offsetof(vxlb_alloc_state, c_mem_allocated) == 32, "where g_c_mem_allocated is");
 NAME_PART(g_c_mem_allocated, 8, 32);
 NAME_PART(g_c_mem_freed, 8, 40);
@@ -121,7 +121,7 @@ void *vxlb_malloc_traced(size_t size, int is_negative, const char *label, const 
     mark(block, system_size);
     TRACE(VXLB_LEVEL_2, "VXLB_MALLOC'ed (%s) done. ptr = %p, size = %ld, allocated size = %ld",
           label, static_cast<void *>(block), shown_size(size), static_cast<long>(charged));
-    vxlb_count_allocated(charged);
+    vxlb_count_allocated(vxlb_alloc_get_state(), charged);
     trace_statistics(file, line, func);
     return block;
 }
@@ -192,7 +192,7 @@ void *vxlb_realloc_traced(void *old_block, size_t size, int is_negative, const c
 void vxlb_free_traced(void *block, const char *label, int index, const char *file, int line,
                       const char *func) {
     const size_t charged = vxlb_get_mem_chunk_size(static_cast<char *>(block), 1);
-    vxlb_count_freed(charged);
+    vxlb_count_freed(vxlb_alloc_get_state(), charged);
     trace_statistics(file, line, func);
     vxlb_mem_map_remove(block);
     TRACE(VXLB_LEVEL_2, "VXLB_FREE'ed (%s) Freed. ptr = $%p$ for index %d, allocated_size = %ld",

@@ -480,7 +480,7 @@ int lib_debug_log(int log_level, int max_log_level, FILE *log_fp, const char *fi
 
 // Levels 1 to 4 stand for themselves and all below; any other number is a mask.
 static int level_mask(const char *number) {
-    const long value = strtol(number, nullptr, 10);
+    const int value = static_cast<int>(strtol(number, nullptr, 10));
     switch (value) {
     case 1:
         return 0x000000FF;
@@ -491,7 +491,7 @@ static int level_mask(const char *number) {
     case 4:
         return -1;
     default:
-        return static_cast<int>(value);
+        return value;
     }
 }
 
