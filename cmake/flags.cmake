@@ -69,6 +69,10 @@ if(VX_HARDENING AND NOT VX_SANITIZE)
     -fstack-protector-strong -fstack-clash-protection -fcf-protection=full
     -fno-delete-null-pointer-checks -fno-strict-overflow -fno-strict-aliasing)
   vx_add_known_flags(vx_compile_flags FLAGS -ftrivial-auto-var-init=zero)
+  if(NOT vx_compile_flags MATCHES "auto-var-init") # clang below 16 wants to be told twice
+    vx_add_known_flags(vx_compile_flags FLAGS -ftrivial-auto-var-init=zero
+      -enable-trivial-auto-var-init-zero-knowing-it-will-be-removed-from-clang)
+  endif()
   vx_add_known_flags(vx_compile_flags FLAGS -fstrict-flex-arrays=3)
   vx_add_known_flags(vx_link_flags LINK_OPTIONS
     -Wl,-z,noexecstack -Wl,-z,relro -Wl,-z,now -Wl,-z,separate-code
