@@ -37,7 +37,8 @@ bool grow(device_table *table) {
         }
     }
     free(table->groups);
-    *table = wider;
+    table->groups = wider.groups;
+    table->capacity = wider.capacity;
     return true;
 }
 
