@@ -117,6 +117,14 @@ static inline bool is_json_space(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
+// Byte by byte, since white space is mostly short; the roads without SSE2 need no more.
+static inline const char *skip_blanks_words(const char *p, const char *end) {
+    while (p < end && is_json_space(*p)) {
+        p++;
+    }
+    return p;
+}
+
 #if defined(__SSE2__)
 
 static inline const char *skip_string_sse2(const char *p, const char *end) {
@@ -203,34 +211,24 @@ static inline const char *skip_blanks_sse2(const char *p, const char *end) {
 #endif
 
 #if defined(__SSE2__) && !defined(VXLB_JSON_PORTABLE)
-static inline const char *skip_blanks(const char *p, const char *end) {
-    return skip_blanks_sse2(p, end);
-}
-static inline const char *skip_string(const char *p, const char *end) {
-    return skip_string_sse2(p, end);
-}
-static inline const char *skip_structure(const char *p, const char *end) {
-    return skip_structure_sse2(p, end);
-}
-static inline const char *skip_literal(const char *p, const char *end) {
-    return skip_literal_sse2(p, end);
-}
+#    define FASTEST(skip) skip##_sse2
 #else
+#    define FASTEST(skip) skip##_words
+#endif
+
 static inline const char *skip_blanks(const char *p, const char *end) {
-    while (p < end && is_json_space(*p)) {
-        p++;
-    }
-    return p;
+    return FASTEST(skip_blanks)(p, end);
 }
 static inline const char *skip_string(const char *p, const char *end) {
-    return skip_string_words(p, end);
+    return FASTEST(skip_string)(p, end);
 }
 static inline const char *skip_structure(const char *p, const char *end) {
-    return skip_structure_words(p, end);
+    return FASTEST(skip_structure)(p, end);
 }
 static inline const char *skip_literal(const char *p, const char *end) {
-    return skip_literal_words(p, end);
+    return FASTEST(skip_literal)(p, end);
 }
-#endif
+
+#undef FASTEST
 
 #endif
