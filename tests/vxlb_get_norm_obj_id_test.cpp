@@ -36,8 +36,10 @@ TEST(VxlbNormId, NullNamesAreBadInputAndNullResultsAreNotStored) {
             vxlb_delete_norm_id_ex(&table, name, len, nullptr)};
     };
     int flag = 7;
-    EXPECT_EQ((std::vector<int>{-1, -1, -1, -1, -1, 0, -1, -1, -1, -1}),
-              call_all(nullptr, 1, &flag));
+    for (const int len : {0, 1}) {
+        EXPECT_EQ((std::vector<int>{-1, -1, -1, -1, -1, 0, -1, -1, -1, -1}),
+                  call_all(nullptr, len, &flag));
+    }
     EXPECT_EQ(0, flag);
     EXPECT_EQ(std::vector<int>(10, 0), call_all("name", 4, nullptr));
     EXPECT_EQ("Error: Obtained hash index '-1' for string 'neg' is not correct. Hence returning.",
