@@ -181,8 +181,6 @@ static node *pop_free(vxlb_mp_handler *mpool) {
     mpool->free_head = next;
     if (next != nullptr) {
         header(next)->prev = nullptr;
-        // Large slots share few lines of the cache: the one after next is fetched in time.
-        __builtin_prefetch(header(next)->next, 1);
     } else {
         mpool->free_tail = nullptr;
     }
