@@ -235,15 +235,21 @@ TEST_F(Command, NamesAndPlacesThatNoLineCanCarryAreLeftOut) {
 }
 
 TEST_F(Command, TracesTheWalk) {
-    tree.add("P/S/d/scenario.json");
+    tree.add("P/S/d/scenario.json P/S/e/deep/x");
     fs::create_symlink("nowhere", tree.work / "workspace/admin/default/maranth/dead");
-    tells(put("-p P -d -> @, level - 0, typeflag - 1, @/P, level - 1, typeflag - 1, @/P/S, level - "
-              "2, typeflag - 1, @/P/S/scenarios, level - 3, typeflag - 1, @/P/S/scenarios/d, level "
-              "- 4, typeflag - 1, @/P/S/scenarios/d/scenario.json, level - 5, typeflag - 0, "
-              "@/dead, level - 1, typeflag - 6, P|S|d JSON\n",
-              "@", "LOG: fpath: WORK/workspace/admin/default/maranth"));
+    tells(put(
+        "-p P -d -> @, level - 0, typeflag - 1, @/P, level - 1, typeflag - 1, @/P/S, level - "
+        "2, typeflag - 1, @/P/S/scenarios, level - 3, typeflag - 1, @/P/S/scenarios/d, level "
+        "- 4, typeflag - 1, @/P/S/scenarios/d/scenario.json, level - 5, typeflag - 0, "
+        "@/P/S/scenarios/e, level - 4, typeflag - 1, @/P/S/scenarios/e/deep, level - 5, "
+        "typeflag - 1, @/P/S/scenarios/e/deep/x, level - 6, typeflag - 0, @/dead, level - 1, typeflag - 6, P|S|d JSON\n",
+        "@", "LOG: fpath: WORK/workspace/admin/default/maranth"));
     const std::string wide(99999, 'w'); // however long a path is
     EXPECT_EQ(wide, said([&] { report_error("%s", wide.c_str()); }));
+    g_is_watched = true; // a terminal gets no control bytes but the end of the line
+    EXPECT_EQ("a?[1m?\n", said([] { report_error("%s\n", "a\x1b[1m\x7f"); }));
+    EXPECT_EQ("a?\n ", said([] { report_error("a\a\n "); }));
+    g_is_watched = false;
 }
 
 // --- within this process -------------------------------------------------------------------------
