@@ -113,7 +113,8 @@ TEST(VxlbNormId, AResetKeepsMemoryAndDestroyAllButTheIndex) {
     vxlb_util_set_debug_log_level(VXLB_LEVEL_2);
     vxlb_add_id_in_free_list(&key, 9);
     EXPECT_EQ(0, vxlb_obj_hash_reset(&key));
-    EXPECT_TRUE(!key.nt_mpool->busy_head && !key.free_norm_id_list_head && !key.id_name[15]);
+    EXPECT_TRUE(!key.nt_mpool->busy_head && !key.free_norm_id_list_head && !key.id_name[0] &&
+                !key.id_name[15]);
     vxlb_get_or_set_norm_id(&key, "z", 1, nullptr);
     vxlb_get_norm_table_data(&key, 0);
     vxlb_add_id_in_free_list(&key, 9);
