@@ -73,5 +73,6 @@ int main(int argc, char **argv) {
     show(vxlb_mem_map_free(), "map");
     vxlb_close_log_fd();
     unlink(trace);
+    failures += fflush(stdout) != 0;
     return failures == 0 ? 0 : 3;
 }
