@@ -431,6 +431,8 @@ TEST_F(Command, LostOutputIsNoticed) {
           "Bad file descriptor$\n-A <&- >&-" + lost + "Bad file descriptor$\n" +
           "-A <&- 2>&- -> P|S|a CONF\n");
     EXPECT_EQ(tree.run("-x >/dev/full").status, 255);
+    g_output.used = 0; // nothing is left to write: only the close can tell
+    EXPECT_EXIT((close(STDOUT_FILENO), finish(0)), testing::ExitedWithCode(1), "error: Bad file");
 }
 
 TEST_F(Command, SurroundingsChangeNothing) {
