@@ -244,8 +244,10 @@ TEST_F(Command, TracesTheWalk) {
         "@/P/S/scenarios/e, level - 4, typeflag - 1, @/P/S/scenarios/e/deep, level - 5, "
         "typeflag - 1, @/P/S/scenarios/e/deep/x, level - 6, typeflag - 0, @/dead, level - 1, typeflag - 6, P|S|d JSON\n",
         "@", "LOG: fpath: WORK/workspace/admin/default/maranth"));
-    const std::string wide(99999, 'w'); // however long a path is
-    EXPECT_EQ(wide, said([&] { report_error("%s", wide.c_str()); }));
+    for (const size_t size : {8192, 99999}) { // however long a path is
+        const std::string wide(size, 'w');
+        EXPECT_EQ(wide, said([&] { report_error("%s", wide.c_str()); }));
+    }
     g_is_watched = true; // a terminal gets no control bytes but the end of the line
     EXPECT_EQ("a?[1m?\n", said([] { report_error("%s\n", "a\x1b[1m\x7f"); }));
     EXPECT_EQ("a?\n ", said([] { report_error("a\a\n "); }));
