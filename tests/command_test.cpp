@@ -244,7 +244,7 @@ TEST_F(Command, TracesTheWalk) {
         "@/P/S/scenarios/e, level - 4, typeflag - 1, @/P/S/scenarios/e/deep, level - 5, "
         "typeflag - 1, @/P/S/scenarios/e/deep/x, level - 6, typeflag - 0, @/dead, level - 1, typeflag - 6, P|S|d JSON\n",
         "@", "LOG: fpath: WORK/workspace/admin/default/maranth"));
-    for (const size_t size : {8192, 99999}) { // however long a path is
+    for (const size_t size : {size_t{8192}, size_t{99999}}) { // however long a path is
         const std::string wide(size, 'w');
         EXPECT_EQ(wide, said([&] { report_error("%s", wide.c_str()); }));
     }
