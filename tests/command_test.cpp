@@ -237,13 +237,16 @@ TEST_F(Command, NamesAndPlacesThatNoLineCanCarryAreLeftOut) {
 TEST_F(Command, TracesTheWalk) {
     tree.add("P/S/d/scenario.json P/S/e/deep/x");
     fs::create_symlink("nowhere", tree.work / "workspace/admin/default/maranth/dead");
+    const std::string root = "LOG: fpath: WORK/workspace/admin/default/maranth",
+                      d = ", typeflag - 1, ";
     tells(put(
-        "-p P -d -> @, level - 0, typeflag - 1, @/P, level - 1, typeflag - 1, @/P/S, level - "
-        "2, typeflag - 1, @/P/S/scenarios, level - 3, typeflag - 1, @/P/S/scenarios/d, level "
-        "- 4, typeflag - 1, @/P/S/scenarios/d/scenario.json, level - 5, typeflag - 0, "
-        "@/P/S/scenarios/e, level - 4, typeflag - 1, @/P/S/scenarios/e/deep, level - 5, "
-        "typeflag - 1, @/P/S/scenarios/e/deep/x, level - 6, typeflag - 0, @/dead, level - 1, typeflag - 6, P|S|d JSON\n",
-        "@", "LOG: fpath: WORK/workspace/admin/default/maranth"));
+        put(put("-p P -d -> @, # 0^@/P, # 1^@/P/S, # 2^@/P/S/scenarios, # 3^@/P/S/scenarios/d, # 4^"
+                "@/P/S/scenarios/d/scenario.json, # 5, typeflag - 0, @/P/S/scenarios/e, # 4^"
+                "@/P/S/scenarios/e/deep, # 5^@/P/S/scenarios/e/deep/x, # 6, typeflag - 0, "
+                "@/dead, # 1, typeflag - 6, P|S|d JSON\n",
+                "@", root),
+            "#", "level -"),
+        "^", d));
     for (const size_t size : {size_t{8192}, size_t{99999}}) { // however long a path is
         const std::string wide(size, 'w');
         EXPECT_EQ(wide, said([&] { report_error("%s", wide.c_str()); }));

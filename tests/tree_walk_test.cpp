@@ -204,16 +204,6 @@ TEST(TreeWalk, StartsAreJudgedAsNftwDoes) {
     }
 }
 
-TEST(TreeWalk, GoesOnWhereNftwGivesUp) {
-    work_tree tree;
-    fs::create_symlink("loop", tree.work / "loop");
-    const trace found = walk_ours(tree.work, true);
-    const std::string work = tree.work;
-    const std::string loop = text("%s/loop %zu 1 %d", work.c_str(), work.size() + 1, FTW_SLN);
-    EXPECT_EQ(std::count(found.begin(), found.end(), loop), 1);
-    EXPECT_EQ(found.size(), 6u); // the start, workspace/admin/default/maranth, and the loop
-}
-
 TEST(DirectorySet, RemembersDeviceAndInode) {
     std::set<std::pair<dev_t, ino_t>> model;
     directory_set set = {};

@@ -54,20 +54,6 @@ TEST(VxlbBigBuf, RefusesWhatIsNoBufferOrText) {
     EXPECT_EQ("0 of 0", described(buf));
 }
 
-TEST(VxlbBigBuf, GrowsByStepsAndBeginsAnewWhenFreed) {
-    bigbuf_t buf;
-    EXPECT_EQ(0, vxlb_bigbuf_init(&buf));
-    EXPECT_EQ("0 of 1048576", described(buf));
-    buf.offset = buf.bufsize - 1;
-    vxlb_bigbuf_copy_into_bigbuf(&buf, std::string(25000, 'x').c_str(), 25000);
-    EXPECT_EQ("1073576 of 1079296", described(buf));
-    vxlb_bigbuf_free(&buf);
-    vxlb_bigbuf_free(&buf);
-    EXPECT_EQ(0, vxlb_bigbuf_realloc(&buf)) << "allocates what there is not";
-    EXPECT_EQ("0 of 10240", described(buf));
-    vxlb_bigbuf_free(&buf);
-}
-
 // Data that comes with its length need not be terminated, by a trace either.
 TEST(VxlbBigBuf, TracesAndCommentsOnItsSteps) {
     TraceLog log(VXLB_MOD_MISC, VXLB_LEVEL_3);

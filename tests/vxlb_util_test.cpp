@@ -35,20 +35,6 @@ TEST(Util, ErrorTextsBelongToTheThread) {
 
 // --- work directory, workspace and profile -------------------------------------------------------
 
-// An example; fuzz_work_dir compares all calls with a model.
-TEST(WorkDir, IsSelectedByEnvironmentArgumentsAndOptions) {
-    setenv("VX_WDIR", "/d", 1);
-    unsetenv("VX_RTA_DIR");
-    EXPECT_EQ(0, vxlb_init_wdir_wpdir());
-    EXPECT_EQ(34, vxlb_set_ta_dir("/d"));
-    EXPECT_STREQ("/d/workspace/admin/default/maranth", g_vx_ta_dir);
-    vxlb_check_and_set_ta_dir(0, 1, 0, "w/p/more");
-    EXPECT_EQ("/d/workspace/w/p/maranth w p",
-              text("%s %s %s", g_vx_ta_dir, g_vx_workspace, g_vx_profile));
-    vxlb_check_and_set_ta_dir(0, 1, 0, "///");
-    EXPECT_STREQ("/d/workspace/admin/default/maranth", g_vx_ta_dir);
-}
-
 TEST(WorkDir, ControllerIsTheLastComponentOfTheWorkDirectory) {
     char err[128] = "";
     unsetenv("VX_WDIR");
