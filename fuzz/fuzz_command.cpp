@@ -9,9 +9,12 @@
 #include <cstring>
 #include <fcntl.h>
 #include <ftw.h>
+#include <map>
+#include <set>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <libvxcore/vxlb_log.h>
@@ -28,8 +31,28 @@ namespace {
 
 constexpr int DEEPEST = 9;
 
-std::vector<std::string> g_made; // what the work directory holds, directories first
-std::string g_root;              // of three components, as the command wants it
+// Shorter paths first, so that a directory comes before what it holds. Without memcmp, at each call of which
+// the fuzzer takes notes.
+struct Shorter {
+    bool operator()(const std::string &a, const std::string &b) const {
+        if (a.size() != b.size()) {
+            return a.size() < b.size();
+        }
+        size_t i = a.size();
+        while (i > 1 && a[i - 1] == b[i - 1]) {
+            i--;
+        }
+        return a[i - 1] < b[i - 1];
+    }
+};
+
+enum class Kind { DIRECTORY, LINK, OTHER };
+
+std::map<std::string, Kind, Shorter> g_made; // what the work directory holds
+std::vector<std::string> g_dated;            // what of it has another time than its own
+std::set<std::string, Shorter> g_left;       // directories of the run before
+bool g_is_tangled;                           // something was made through a link
+std::string g_root;                          // of three components, as the command wants it
 std::vector<std::string> g_arguments;
 std::string g_rows, g_groups;
 int g_check_status;
@@ -54,31 +77,56 @@ std::vector<std::string> read_arguments(Input &in) {
     return arguments;
 }
 
-bool is_new(const std::string &path) {
-    return std::find(g_made.begin(), g_made.end(), path) == g_made.end();
+void remove_tree() {
+    nftw(
+        g_root.c_str(),
+        [](const char *path, const struct stat *, int, struct FTW *) { return remove(path); }, 20,
+        FTW_DEPTH | FTW_PHYS);
+}
+
+// Remove directories that no entry of this input asked for.
+void remove_left() {
+    for (auto path = g_left.rbegin(); path != g_left.rend(); ++path) {
+        rmdir(path->c_str());
+    }
+    g_left.clear();
+}
+
+// Directories stay for the next input, which mostly wants the same: to make and to remove them takes longer
+// than the command. What was made through a link is on no list, so then none stays.
+void remove_all() {
+    for (const std::string &path : g_dated) {
+        utimensat(AT_FDCWD, path.c_str(), nullptr, AT_SYMLINK_NOFOLLOW);
+    }
+    g_dated.clear();
+    for (auto each = g_made.rbegin(); each != g_made.rend(); ++each) {
+        if (each->second == Kind::DIRECTORY) {
+            g_left.insert(each->first);
+        } else {
+            unlink(each->first.c_str());
+        }
+    }
+    g_made.clear();
+    if (std::exchange(g_is_tangled, false)) {
+        remove_tree();
+        g_left.clear();
+    }
+}
+
+// What is made at this path goes where a link leads.
+void go_through_link() {
+    g_is_tangled = true;
+    remove_left();
 }
 
 void make_directory(const std::string &path) {
-    if (is_new(path) && mkdir(path.c_str(), 0755) == 0) {
-        g_made.push_back(path);
+    const auto found = g_made.find(path);
+    if (found != g_made.end() && found->second == Kind::LINK) {
+        go_through_link();
+    } else if (found == g_made.end() &&
+               (g_left.erase(path) != 0 || mkdir(path.c_str(), 0755) == 0)) {
+        g_made.emplace(path, Kind::DIRECTORY);
     }
-}
-
-int remove_entry(const char *path, const struct stat *, int, struct FTW *) {
-    return remove(path);
-}
-
-// In reverse, so that links and directories are there until what lies behind them is gone. What was made
-// through a link that led nowhere is on no list.
-void remove_all() {
-    while (g_made.size() > 1) {
-        remove(g_made.back().c_str());
-        g_made.pop_back();
-    }
-    if (rmdir(g_root.c_str()) != 0) {
-        nftw(g_root.c_str(), remove_entry, 20, FTW_DEPTH | FTW_PHYS);
-    }
-    g_made.clear();
 }
 
 // One entry below the work directory, with the directories above it.
@@ -119,6 +167,13 @@ void make_entry(Input &in) {
     static const time_t times[] = {0, 1, 2147483648, 4102444800, -1, 15032385535};
     const unsigned kind = in.byte();
     const std::string path = read_path(in);
+    const bool is_link = kind % 8 == 1;
+    const auto found = g_made.find(path);
+    if (found != g_made.end() && found->second == Kind::LINK) {
+        go_through_link();
+    } else if (kind % 8 != 0 && g_left.contains(path)) {
+        remove_left();
+    }
     switch (kind % 8) {
     case 0:
         make_directory(path);
@@ -139,13 +194,12 @@ void make_entry(Input &in) {
         make_file(path, in.name(60));
         break;
     }
-    if (is_new(path)) {
-        g_made.push_back(path);
-    }
+    g_made.emplace(path, is_link ? Kind::LINK : Kind::OTHER);
     if (kind >= 128) {
         const struct timespec when[2] = {{times[kind % std::size(times)], 0},
                                          {times[kind % std::size(times)], 0}};
         utimensat(AT_FDCWD, path.c_str(), when, AT_SYMLINK_NOFOLLOW);
+        g_dated.push_back(path);
     }
 }
 
@@ -251,6 +305,7 @@ int pclose(FILE *stream) {
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     check(run_again::puts_back(&g_num_tags) && run_again::puts_back(&vxlb_log_level));
     g_root = "/dev/shm/vx-fuzz-" + std::to_string(getpid());
+    atexit(remove_tree);
     setenv("VX_WDIR", g_root.c_str(), 1);
     for (int fd = 0; fd < 3; fd++) {
         g_standard[fd] = fcntl(fd, F_DUPFD_CLOEXEC, 3);
@@ -279,6 +334,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     for (int i = 0; i < 10 && !in.is_empty(); i++) {
         make_entry(in);
     }
+    remove_left();
     const int status = run_command(closed);
     remove_all();
     check_end(status, contents_of(g_out), contents_of(g_errors), closed % 16 != 15);
