@@ -58,14 +58,6 @@ TEST(VxlbAlloc, TracesEveryStepWithItsCallSite) {
         log.take());
 }
 
-// Two names for one place: what is stored by one must be seen by the other.
-TEST(VxlbAlloc, VariablesAndPartsAreTheSame) {
-    const uint64_t before = g_c_mem_allocated;
-    g_mem_allocated = 7;
-    vxlb_count_allocated(vxlb_alloc_get_state(), 100);
-    EXPECT_EQ("107 100", text("%u %lu", g_mem_allocated, g_c_mem_allocated - before));
-}
-
 TEST(VxlbAllocDeathTest, SizesThatCanNotBeEndTheProcess) {
     char *null = nullptr, *block = nullptr;
     VXLB_MALLOC(block, 1, "L");
