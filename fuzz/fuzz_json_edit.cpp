@@ -100,7 +100,7 @@ const char *reason_against(const vxlb_jsont *tree, const vxlb_json_t *json) {
     return is_flat ? nullptr : vxlb_json_error_string[VXLB_JSON_BAD_OPERATION];
 }
 
-// Of what is made with a buffer of the caller's, the first byte is that of the call before.
+// With a buffer of the caller's the brace goes there, and what is returned begins as it did before.
 void check_editor(const Edit &edit, int limit) {
     static JsonHandle handle;
     vxlb_json_t *json = handle.start(until_zero(edit.doc), 4, 0);
@@ -108,7 +108,8 @@ void check_editor(const Edit &edit, int limit) {
     const char *reason = reason_against(tree, json);
     char error[200];
     char *out = Pieces::take(static_cast<size_t>(limit));
-    for (char *buffer : {static_cast<char *>(nullptr), out}) {
+    static char first; // byte of the editor's own text
+    for (char *buffer : {out, static_cast<char *>(nullptr)}) {
         const char *edited = vxlb_modify_json_obj_depth1(
             edit.doc, edit.operation, edit.key, edit.value, edit.is_string, error, buffer, limit);
         check((edited == nullptr) == (reason != nullptr));
@@ -117,8 +118,9 @@ void check_editor(const Edit &edit, int limit) {
             continue;
         }
         const int most = buffer == nullptr ? 4095 : std::min(limit, 4095);
-        check(edited == edited_plainly(tree, edit, static_cast<size_t>(most)));
-        check(buffer == nullptr || limit == 0 || *buffer == '{');
+        first = buffer == nullptr ? '{' : first;
+        check(edited + 1 == edited_plainly(tree, edit, static_cast<size_t>(most)).substr(1));
+        check(*edited == first && (buffer == nullptr || limit == 0 || *buffer == '{'));
     }
     if (tree != nullptr) {
         vxlb_jsont_free(tree);

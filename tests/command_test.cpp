@@ -108,7 +108,7 @@ struct Command : testing::Test {
 TEST_F(Command, ExplainsWhatIsMissingOrWrong) {
     std::string cases =
         " -> 255 USAGE Error: provide at least one argument according to following condition$\n"
-        "-A -g -gg -> 255 vxu_show_scenarios: -g option cannot be specified more than once.$USAGE\n"
+        "-A -A -> 255 vxu_show_scenarios: -A option cannot be specified more than once.$USAGE\n"
         "-p x -A -> 255 vxu_show_scenarios: Only one option can specify at a time.$USAGE\n"
         "-w x -A -> 255 COMMAND: Only one option can specify at a time.$USAGE\n"
         "-x -> 255 USAGECOMMAND: invalid option -- 'x'$\n-p / -> 255 USAGE\n"
@@ -121,6 +121,10 @@ TEST_F(Command, ExplainsWhatIsMissingOrWrong) {
     const std::string wide(1024, 'w');
     for (const char letter : {'p', 'w', 'W', 'k', 'u'}) {
         const int limit = letter == 'u' ? 255 : 1023;
+        cases +=
+            text("-%cx -%cx -> 255 vxu_show_scenarios: -%c option cannot be specified more than "
+                 "once.$USAGE\n",
+                 letter, letter, letter);
         cases +=
             text("-%c%.*s -> 255 Error: vxu_show_scenarios: argument of -%c option is longer than "
                  "%d characters$\n",

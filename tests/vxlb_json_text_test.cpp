@@ -64,18 +64,4 @@ TEST(VxlbJsonText, ObjectsAreEdited) {
     EXPECT_EQ(vxlb_modify_json_obj_depth1("{", 0, "k", nullptr, 0, nullptr, nullptr, 0), nullptr);
 }
 
-// The first call with a buffer: nothing has been written to the static text's first byte yet.
-TEST(VxlbJsonText, OpeningBraceGoesToTheCallersBuffer) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // in a process of its own
-    const auto work = [] {
-        char out[8] = "#######", full[8] = "#######";
-        const char *edited =
-            vxlb_modify_json_obj_depth1(R"({"a":1})", 0, "k", nullptr, 0, nullptr, out, 4095);
-        vxlb_modify_json_obj_depth1(R"({"a":1})", 0, "k", nullptr, 0, nullptr, full, 0);
-        fprintf(stderr, "[%s|%s|%s|%s]", edited, edited + 1, out, full);
-        _exit(0);
-    };
-    EXPECT_EXIT(work(), testing::ExitedWithCode(0), R"(^\[\|}\|\{######\|#######\]$)");
-}
-
 } // namespace

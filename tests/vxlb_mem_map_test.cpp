@@ -112,3 +112,17 @@ TEST(VxlbMemMap, GrowsByTenEntriesAndRecordsItsOwnArray) {
                        zyl_mem_map[10249].size));
     });
 }
+
+// With the map on and everything traced, from allocations that come back to the map.
+TEST(VxlbMemMap, RecordsWhatTheLibraryAllocates) {
+    TraceLog log;
+    with_map([] {
+        NormObjKey table;
+        vxlb_init_norm_id_table_v2(&table, 16, 10);
+        EXPECT_EQ(table.nt, zyl_mem_map[1].address);
+        vxlb_bigbuf_realloc(&table.bigbuf);
+        EXPECT_EQ(10250u, zyl_mem_map[3].size + zyl_mem_map[0].size);
+        vxlb_obj_hash_destroy(&table);
+        EXPECT_EQ(0u, zyl_mem_map[1].size + zyl_mem_map[3].size);
+    });
+}
