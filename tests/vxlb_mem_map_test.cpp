@@ -110,6 +110,9 @@ TEST(VxlbMemMap, GrowsByTenEntriesAndRecordsItsOwnArray) {
                   text("%d %d %zu %zu %zu %zu", mem_map_entry_max, mem_map_max_norm_id,
                        zyl_mem_map[10239].size, zyl_mem_map[10240].size, zyl_mem_map[10241].size,
                        zyl_mem_map[10249].size));
+        mem_map_norm_tbl.bigbuf.offset = mem_map_norm_tbl.bigbuf.bufsize; // so that it grows, too
+        add(10241, 5);
+        EXPECT_EQ("10242 5", text("%d %zu", mem_map_max_norm_id, zyl_mem_map[10242].size));
     });
 }
 
