@@ -105,7 +105,7 @@ def expr_limits():
         yield expr_input(b'$[a=' + value + b'].b', b'[{"a":"' + value + b'","b":"x"}]')
 
 
-def edit(documents=DOCUMENTS, operations=(0, 1, 2, 4), limits=(20, 255)):
+def edit(documents=DOCUMENTS, operations=(0, 1, 2, 4), limits=(0, 20, 255)):
     for operation, limit, document in itertools.product(operations, limits, documents):
         yield bytes([operation, 1, limit, 1, 1]) + b'av' + document
 
