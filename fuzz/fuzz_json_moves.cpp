@@ -20,8 +20,10 @@ void step(vxlb_json_t *json, JsonModel &model, unsigned char code) {
     } else if (what < 10) {
         check(vxlb_json_goto_array_item(json, argument - 1) == model.goto_item(argument - 1));
     } else if (what == 10) {
-        (void)vxlb_json_element_name(json);
-        model.error = json->error;
+        const bool has_name = model.type != VXLB_JSON_NONE && model.depth >= 0 &&
+                              model.states[static_cast<size_t>(model.depth)] != 1;
+        check(vxlb_json_element_name(json) == (has_name ? json->c_element_name : nullptr));
+        model.error = has_name ? model.error : VXLB_JSON_BAD_OPERATION;
     } else {
         int length = 0;
         const bool own = (argument & 4) != 0;

@@ -110,6 +110,8 @@ TEST_F(Command, ExplainsWhatIsMissingOrWrong) {
         " -> 255 USAGE Error: provide at least one argument according to following condition$\n"
         "-A -A -> 255 vxu_show_scenarios: -A option cannot be specified more than once.$USAGE\n"
         "-p x -A -> 255 vxu_show_scenarios: Only one option can specify at a time.$USAGE\n"
+        "-u x -p x -> 255 vxu_show_scenarios: Only one option can specify at a time.$USAGE\n"
+        "-A -p x -> 255 vxu_show_scenarios: Only one option can specify at a time.$USAGE\n"
         "-w x -A -> 255 COMMAND: Only one option can specify at a time.$USAGE\n"
         "-x -> 255 USAGECOMMAND: invalid option -- 'x'$\n-p / -> 255 USAGE\n"
         "-A -T -> 255 USAGECOMMAND: option requires an argument -- 'T'$\n"

@@ -52,6 +52,12 @@ TEST(VxlbBigBuf, RefusesWhatIsNoBufferOrText) {
     EXPECT_EQ(nullptr, vxlb_bigbuf_get_value(nullptr, 0));
     vxlb_bigbuf_free(nullptr);
     EXPECT_EQ("0 of 0", described(buf));
+    for (const auto &[make, size] :
+         {std::pair{&vxlb_bigbuf_init, 1048576}, {vxlb_bigbuf_realloc, 10240}}) {
+        EXPECT_EQ(0, make(&buf));
+        EXPECT_EQ(text("0 of %d", size), described(buf));
+        vxlb_bigbuf_free(&buf);
+    }
 }
 
 // Data that comes with its length need not be terminated, by a trace either.
