@@ -188,10 +188,9 @@ TEST_F(Command, ProjectsKeywordsAndAgesNarrowTheTable) {
     tree.add("PA/S/ahead.conf", "x", now + 600);
     tells(put(
         R"(-p P/T -> ;-p p -> ;-p P/ST -> P|ST|b CONF;-p /P//ST/x -> P|ST|b CONF;-p myP -> myP|S|c CONF
--A -k storm -> P|S|Login_Storm CONF;-A -k 'x y SOAK' -> P|S|dir_Soak JSON;-A -k 'x y z soak' ->
--A -k scenario -> ;-p P/ST -k conf -> P|ST|b CONF;-p P/ST -k '' -> P|ST|b CONF
--A -k 32wcut -> P|S|32w CONF;-A -k 32cut -> ;
-)",
+-A -k storm -> P|S|Login_Storm CONF;-A -k 'x y SOAK' -> P|S|dir_Soak JSON
+-A -k 'x y z soak' -> ;-A -k scenario -> ;-p P/ST -k conf -> P|ST|b CONF;-p P/ST -k '' -> P|ST|b CONF
+-A -k 32wcut -> P|S|32w CONF;-A -k 32cut -> ;)",
         "32w", word));
     const std::string ages = "0 -> ahead ;'' -> ahead ;1 -> ahead new ;2 -> ahead new old ;"
                              "99999999999999999999 -> ahead new old ;2147483648 -> ahead new old ;";

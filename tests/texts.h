@@ -46,8 +46,7 @@ template <typename Function> std::string retold(const std::string &table, Functi
         const size_t arrow = std::min(table.find(" -> ", at), end);
         const size_t begin = std::min(table.find_first_not_of(' ', at), arrow);
         const std::string input = table.substr(begin, arrow - begin);
-        told += table.substr(at, arrow - at);
-        told += arrow < end ? " -> " + output(input) + table.substr(end - 1, 1) : "";
+        told += table.substr(at, arrow - at) + " -> " + output(input) + table.substr(end - 1, 1);
     }
     return told;
 }
