@@ -10,6 +10,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <thread>
 
 namespace fs = std::filesystem;
@@ -224,6 +225,30 @@ TEST(VxlbLog, ARolledLogTakesThePlaceOfItsDescriptor) {
     EXPECT_EQ(-1, vxlb_open_log(&fd, path.c_str(), 1, nullptr));
     EXPECT_EQ(text("-1 %d", ENOENT), text("%d %d", fd, errno));
     EXPECT_EQ(before - 1, open_descriptors());
+}
+
+TEST(VxlbLog, IsRolledWithoutADescriptorOrARightToSpare) {
+    TempDir dir;
+    const std::string path = dir / "log";
+    int fd = open_file(path, "0123456789");
+    struct rlimit usual;
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const int next = dup(fd);
+    close(next);
+    const struct rlimit few = {static_cast<rlim_t>(next), usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    EXPECT_EQ(0, vxlb_open_log(&fd, path.c_str(), 9, nullptr));
+    EXPECT_EQ(4, write(fd, "more", 4)) << "the old file takes it";
+    setrlimit(RLIMIT_NOFILE, &usual);
+    EXPECT_EQ(1, vxlb_open_log(&fd, path.c_str(), 9, "head"));
+    EXPECT_EQ("head0123456789more", file_text(path) + file_text(path + ".prev"));
+    chmod(path.c_str(), 0);
+    chmod(dir.path.c_str(), 0777);
+    const uid_t user = geteuid();
+    const int unlike_root = seteuid(user == 0 ? 65534 : user);
+    EXPECT_EQ(0, unlike_root + vxlb_open_log(&fd, path.c_str(), 3, nullptr) + seteuid(user));
+    EXPECT_EQ(0u, fs::file_size(path)) << "the new file";
+    close(fd);
 }
 
 TEST(VxlbLog, SettersStoreWhatFits) {

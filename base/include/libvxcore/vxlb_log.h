@@ -134,7 +134,8 @@ int vxlb_open_file_with_header(int *fd, const char *path, const char *header);
 /*
  * Make *fd an open log that is not beyond its limit: the rollover check to PATH.prev, then the open.
  * A log that is rolled over keeps its descriptor number: the new file takes the old one's place at
- * once, so that no other thread's record can miss both. max_file_size below 1: never rolled over.
+ * once, so that no other thread's record can miss both; without a descriptor to spare, *fd stays the
+ * old file. max_file_size below 1: never rolled over.
  *
  * Returns what vxlb_open_file_with_header returns.
  */

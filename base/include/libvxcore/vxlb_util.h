@@ -134,7 +134,7 @@ size_t vxlb_shell_word(const char *text, const char *also_plain, char *word, siz
  * Select workspace and profile and derive g_vx_rta_dir and g_vx_ta_dir below wdir.
  *
  * Returns the length that g_vx_ta_dir needs, or -1 for a null or empty argument (nothing is
- * changed then). The arguments may be the globals themselves.
+ * changed then). workspace and profile may be g_vx_workspace and g_vx_profile.
  */
 int vxlb_set_ta_dir_ex1(const char *wdir, const char *workspace, const char *profile);
 

@@ -210,18 +210,27 @@ static void rename_rolled(const char *path, int prev_or_mmdd) {
     }
 }
 
-// Rename the path if it still names the file, and if nobody else is about to do so.
-static void roll_file(const char *path, const struct stat *file, int prev_or_mmdd) {
-    const int probe = open(path, O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK);
-    if (probe < 0) {
-        return;
-    }
+// Open a description to lock: for writing, as some file systems want it, or as rights allow.
+static int open_for_lock(const char *path) {
+    const int fd = open(path, O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK);
+    return fd < 0 && errno == EACCES ? open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : fd;
+}
+
+// Rename the path if it still names the descriptor's file, and if nobody else is about to do so.
+static void roll_file(int fd, const char *path, const struct stat *file, int prev_or_mmdd) {
+    const int probe = open_for_lock(path);
+    // Where none can be had, for want of descriptors or rights, the log's own has to do.
+    const int locked = probe < 0 ? fd : probe;
     struct stat st;
-    if (fstat(probe, &st) == 0 && st.st_ino == file->st_ino && st.st_dev == file->st_dev &&
-        flock(probe, LOCK_EX | LOCK_NB) == 0 && is_file_at(path, file)) {
+    if (fstat(locked, &st) == 0 && st.st_ino == file->st_ino && st.st_dev == file->st_dev &&
+        flock(locked, LOCK_EX | LOCK_NB) == 0 && is_file_at(path, file)) {
         rename_rolled(path, prev_or_mmdd);
     }
-    close(probe); // releases the lock
+    if (probe < 0) {
+        flock(fd, LOCK_UN);
+    } else {
+        close(probe); // releases the lock
+    }
 }
 
 // Whether the open file has grown past the limit; then *file describes it.
@@ -233,7 +242,7 @@ int vxlb_check_rollover_file(int *fd, const char *path, int max_file_size, int p
     const int current = load_fd(fd);
     struct stat file;
     if (is_too_large(current, max_file_size, &file)) {
-        roll_file(path, &file, prev_or_mmdd);
+        roll_file(current, path, &file, prev_or_mmdd);
         store_fd(fd, -1);
         close(current);
     }
@@ -244,6 +253,10 @@ int vxlb_check_rollover_file(int *fd, const char *path, int max_file_size, int p
 static int reopen_in_place(int *fd, int current, const char *path, const char *header) {
     int fresh = -1;
     const int result = vxlb_open_file_with_header(&fresh, path, header);
+    if (fresh < 1 && (errno == EMFILE || errno == ENFILE)) {
+        // The old file takes the record: to close it first would give its number away.
+        return 0;
+    }
     if (fresh > 0 && dup3(fresh, current, O_CLOEXEC) == current) {
         close(fresh);
         return result;
@@ -259,7 +272,7 @@ int vxlb_open_log(int *fd, const char *path, int max_file_size, const char *head
     if (!is_too_large(current, max_file_size, &file)) {
         return vxlb_open_file_with_header(fd, path, header);
     }
-    roll_file(path, &file, 1);
+    roll_file(current, path, &file, 1);
     return reopen_in_place(fd, current, path, header);
 }
 

@@ -28,8 +28,10 @@ static Header *header(node *slot) {
     return reinterpret_cast<Header *>(slot);
 }
 
-#define TRACE(level, ...) \
-    vxlb_debug_log_ex(level, VXLB_MOD_API, __FILE__, __LINE__, __func__, __VA_ARGS__)
+// Records bear the name of the operation that was called, not of what it is made of.
+#define TRACE_IN(function, level, ...) \
+    vxlb_debug_log_ex(level, VXLB_MOD_API, __FILE__, __LINE__, function, __VA_ARGS__)
+#define TRACE(level, ...) TRACE_IN(__func__, level, __VA_ARGS__)
 
 enum { ERRSTR_FIRST = 2, ERRSTR_LAST = 4 };
 
@@ -131,8 +133,9 @@ static node *link_slots(node *first, int count, int32_t slot_size) {
     for (int i = 0; i < count; i++) {
         header(slot)->prev = prev;
         header(slot)->next = i + 1 < count ? slot_behind(slot, slot_size) : nullptr;
-        TRACE(VXLB_LEVEL_3, "Add Dump: i = %d, cur_slot = %p, prev_slot = %p, next_slot = %p", i,
-              shown(slot), shown(header(slot)->prev), shown(header(slot)->next));
+        TRACE_IN("vxlb_mp_create", VXLB_LEVEL_3,
+                 "Add Dump: i = %d, cur_slot = %p, prev_slot = %p, next_slot = %p", i, shown(slot),
+                 shown(header(slot)->prev), shown(header(slot)->next));
         prev = slot;
         slot = header(slot)->next;
     }
@@ -215,8 +218,9 @@ __attribute__((noinline)) static node *get_slot_with_care(vxlb_mp_handler *mpool
     const bool traced = is_traced();
     lock(mpool);
     if (traced) {
-        TRACE(VXLB_LEVEL_2, "Method called, mpool = %p, mpool->free_head = %p",
-              static_cast<void *>(mpool), shown(mpool->free_head));
+        TRACE_IN("vxlb_mp_get_slot", VXLB_LEVEL_2,
+                 "Method called, mpool = %p, mpool->free_head = %p", static_cast<void *>(mpool),
+                 shown(mpool->free_head));
     }
     if (mpool->free_head == nullptr) {
         mpool->free_tail = nullptr;
@@ -227,10 +231,10 @@ __attribute__((noinline)) static node *get_slot_with_care(vxlb_mp_handler *mpool
     }
     node *const slot = take_slot(mpool);
     if (traced) {
-        TRACE(VXLB_LEVEL_3,
-              "free = %p, mpool->free_[head|tail] = [%p|%p], mpool->busy_[head|tail] = [%p|%p]",
-              shown(slot), shown(mpool->free_head), shown(mpool->free_tail),
-              shown(mpool->busy_head), shown(mpool->busy_tail));
+        TRACE_IN("vxlb_mp_get_slot", VXLB_LEVEL_3,
+                 "free = %p, mpool->free_[head|tail] = [%p|%p], mpool->busy_[head|tail] = [%p|%p]",
+                 shown(slot), shown(mpool->free_head), shown(mpool->free_tail),
+                 shown(mpool->busy_head), shown(mpool->busy_tail));
     }
     unlock(mpool);
     return slot;
@@ -289,57 +293,59 @@ static void push_free(vxlb_mp_handler *mpool, node *slot) {
     }
 }
 
-static void trace_before_free(node *slot) {
-    TRACE(VXLB_LEVEL_3, "current slot = %p, next slot = %p, previous slot = %p", shown(slot),
-          shown(header(slot)->next), shown(header(slot)->prev));
+static void trace_before_free(node *slot, const char *function) {
+    TRACE_IN(function, VXLB_LEVEL_3, "current slot = %p, next slot = %p, previous slot = %p",
+             shown(slot), shown(header(slot)->next), shown(header(slot)->prev));
 }
 
-static void trace_after_free(const vxlb_mp_handler *mpool) {
-    TRACE(VXLB_LEVEL_3, "busy_[head|tail] = [%p|%p], free_[head|tail] = [%p|%p]",
-          shown(mpool->busy_head), shown(mpool->busy_tail), shown(mpool->free_head),
-          shown(mpool->free_tail));
+static void trace_after_free(const vxlb_mp_handler *mpool, const char *function) {
+    TRACE_IN(function, VXLB_LEVEL_3, "busy_[head|tail] = [%p|%p], free_[head|tail] = [%p|%p]",
+             shown(mpool->busy_head), shown(mpool->busy_tail), shown(mpool->free_head),
+             shown(mpool->free_tail));
 }
 
 typedef void (*PutBack)(vxlb_mp_handler *, node *);
 
 template <PutBack put_back>
-__attribute__((noinline)) static void free_with_care(vxlb_mp_handler *mpool, node *slot) {
+__attribute__((noinline)) static void free_with_care(vxlb_mp_handler *mpool, node *slot,
+                                                     const char *function) {
     const bool traced = is_traced();
     if (traced) {
-        TRACE(VXLB_LEVEL_2, "Method called, mpool = %p, slot =%p", static_cast<void *>(mpool),
-              shown(slot));
+        TRACE_IN(function, VXLB_LEVEL_2, "Method called, mpool = %p, slot =%p",
+                 static_cast<void *>(mpool), shown(slot));
     }
     if (slot == nullptr) {
         return;
     }
     lock(mpool);
     if (traced) {
-        trace_before_free(slot);
+        trace_before_free(slot, function);
     }
     unlink_busy(mpool, slot);
     put_back(mpool, slot);
     if (traced) {
-        trace_after_free(mpool);
+        trace_after_free(mpool, function);
     }
     unlock(mpool);
 }
 
 // Free a slot; put_back adds it to the free list at the end of the caller's choice.
-template <PutBack put_back> static inline void free_busy_slot(vxlb_mp_handler *mpool, node *slot) {
+template <PutBack put_back>
+static inline void free_busy_slot(vxlb_mp_handler *mpool, node *slot, const char *function) {
     if (slot != nullptr && is_plain(mpool)) {
         unlink_busy(mpool, slot);
         put_back(mpool, slot);
         return;
     }
-    free_with_care<put_back>(mpool, slot);
+    free_with_care<put_back>(mpool, slot, function);
 }
 
 void vxlb_mp_free_slot(vxlb_mp_handler *mpool, void *slot) {
-    free_busy_slot<append_free>(mpool, static_cast<node *>(slot));
+    free_busy_slot<append_free>(mpool, static_cast<node *>(slot), __func__);
 }
 
 void vxlb_mp_free_slot_ex(vxlb_mp_handler *mpool, void *slot) {
-    free_busy_slot<push_free>(mpool, static_cast<node *>(slot));
+    free_busy_slot<push_free>(mpool, static_cast<node *>(slot), __func__);
 }
 
 node *vxlb_mp_get_busy_head(vxlb_mp_handler *mpool) {

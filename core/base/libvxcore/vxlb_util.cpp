@@ -114,8 +114,8 @@ char *vxlb_get_cur_date_time(char *time_string, int need_to_block_signal) {
         vxlb_copy_text(time_string, VXLB_DATE_TIME_SIZE, "Error|Error");
         return time_string;
     }
-    snprintf(time_string, VXLB_DATE_TIME_SIZE, "%02d/%02d/%02d %02d:%02d:%02d", tm.tm_mon + 1,
-             tm.tm_mday, (tm.tm_year + 1900) % 2000, tm.tm_hour, tm.tm_min, tm.tm_sec);
+    snprintf(time_string, VXLB_DATE_TIME_SIZE, "%02d/%02d/%02ld %02d:%02d:%02d", tm.tm_mon + 1,
+             tm.tm_mday, (tm.tm_year + 1900L) % 2000, tm.tm_hour, tm.tm_min, tm.tm_sec);
     return time_string;
 }
 
