@@ -112,7 +112,7 @@ TEST(VxlbJsonTree, DeepNestingNeedsNoStack) {
     EXPECT_EXIT(work(), testing::ExitedWithCode(0), "");
 }
 
-TEST(VxlbJsonTree, BlockNeverPassesItsLimit) {
+TEST(VxlbJsonTree, BlockAndValuesNeverPassTheirLimits) {
     // Bytes of the block for a text of a given length, or 0 if no tree is built.
     const auto bytes_with = [](size_t length) -> uint64_t {
         const Tree tree = tree_of("[\"" + std::string(length, 'x') + "\"]");
@@ -130,9 +130,6 @@ TEST(VxlbJsonTree, BlockNeverPassesItsLimit) {
     g_largest_block = 40000;
     EXPECT_EXIT(bytes_with(100000), testing::ExitedWithCode(255), "^Memory allocation failed.\n$");
     g_largest_block = SIZE_MAX;
-}
-
-TEST(VxlbJsonTree, ValuesBeyondTheLimitFail) {
     g_longest_value = 5000;
     for (const size_t length : {5000U, 5001U}) {
         const Parser json = parser_of("{\"a\":\"" + std::string(length, 'x') + "\"}");

@@ -136,6 +136,9 @@ TEST(VxlbLog, LogsAreOpenedForAppendingAndNotInherited) {
     EXPECT_LT(0, vxlb_get_error_fd());
     close(lib_error_fd);
     lib_error_fd = -1;
+    vxlb_util_set_log_filename(std::string(2000, 'p').c_str(), std::string(2000, 'q').c_str());
+    EXPECT_EQ(std::string(1023, 'p') + std::string(1023, 'q'),
+              log_file + std::string(error_log_file));
 }
 
 TEST(VxlbLog, SaysWhyALogCanNotBeOpenedOrClosed) {
@@ -152,7 +155,11 @@ TEST(VxlbLog, SaysWhyALogCanNotBeOpenedOrClosed) {
 }
 
 TEST(VxlbLog, StreamTraceGoesToStandardOutputOrSaysThatItIsLost) {
+    const TraceLog log;
     const auto trace = [](FILE *to) { lib_debug_log(1, 1, to, "f.c", 4, "fn", "out"); };
+    hessian_set_debug_log_level(5);
+    hessian_set_debug_log_fp(stderr);
+    EXPECT_TRUE(vxlb_log_level == 5 && vxlb_log_fp == stderr);
     testing::internal::CaptureStdout();
     trace(nullptr);
     EXPECT_EQ("\nDATE|f.c|4|fn|out\n", undated(testing::internal::GetCapturedStdout()));
@@ -218,47 +225,27 @@ TEST(VxlbLog, ARolledLogTakesThePlaceOfItsDescriptor) {
     EXPECT_EQ(0, open_log_ex(path.c_str(), &fd, 2147483648U)) << "negative: never rolled";
     EXPECT_EQ(1, vxlb_open_log(&fd, path.c_str(), 9, "head"));
     EXPECT_EQ(text("%d %d", old_fd, FD_CLOEXEC), text("%d %d", fd, fcntl(fd, F_GETFD)));
-    EXPECT_EQ(4, write(fd, "more", 4));
-    EXPECT_EQ("headmore0123456789", file_text(path) + file_text(path + ".prev"));
+    EXPECT_EQ("head0123456789", file_text(path) + file_text(path + ".prev"));
     EXPECT_EQ(before, open_descriptors());
+    struct rlimit usual;
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const struct rlimit none_left = {static_cast<rlim_t>(fd) + 1, usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none_left);
+    EXPECT_EQ(0, vxlb_open_log(&fd, path.c_str(), 1, nullptr));
+    EXPECT_EQ(4, write(fd, "more", 4)) << "to the old file";
+    setrlimit(RLIMIT_NOFILE, &usual);
+    EXPECT_EQ(1, vxlb_open_log(&fd, path.c_str(), 1, "new"));
+    EXPECT_EQ("newheadmore", file_text(path) + file_text(path + ".prev"));
+    chmod(path.c_str(), 0); // for somebody who may no longer open it
+    chmod(dir.path.c_str(), 0777);
+    const uid_t user = geteuid();
+    EXPECT_EQ(0, seteuid(user == 0 ? 65534 : user));
+    EXPECT_EQ(1, vxlb_open_log(&fd, path.c_str(), 1, "last") + seteuid(user));
+    EXPECT_EQ("lastnew", file_text(path) + file_text(path + ".prev"));
     fs::remove_all(dir.path);
     EXPECT_EQ(-1, vxlb_open_log(&fd, path.c_str(), 1, nullptr));
     EXPECT_EQ(text("-1 %d", ENOENT), text("%d %d", fd, errno));
     EXPECT_EQ(before - 1, open_descriptors());
-}
-
-TEST(VxlbLog, IsRolledWithoutADescriptorOrARightToSpare) {
-    TempDir dir;
-    const std::string path = dir / "log";
-    int fd = open_file(path, "0123456789");
-    struct rlimit usual;
-    getrlimit(RLIMIT_NOFILE, &usual);
-    const int next = dup(fd);
-    close(next);
-    const struct rlimit few = {static_cast<rlim_t>(next), usual.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &few);
-    EXPECT_EQ(0, vxlb_open_log(&fd, path.c_str(), 9, nullptr));
-    EXPECT_EQ(4, write(fd, "more", 4)) << "the old file takes it";
-    setrlimit(RLIMIT_NOFILE, &usual);
-    EXPECT_EQ(1, vxlb_open_log(&fd, path.c_str(), 9, "head"));
-    EXPECT_EQ("head0123456789more", file_text(path) + file_text(path + ".prev"));
-    chmod(path.c_str(), 0);
-    chmod(dir.path.c_str(), 0777);
-    const uid_t user = geteuid();
-    const int unlike_root = seteuid(user == 0 ? 65534 : user);
-    EXPECT_EQ(0, unlike_root + vxlb_open_log(&fd, path.c_str(), 3, nullptr) + seteuid(user));
-    EXPECT_EQ(0u, fs::file_size(path)) << "the new file";
-    close(fd);
-}
-
-TEST(VxlbLog, SettersStoreWhatFits) {
-    TraceLog log;
-    hessian_set_debug_log_level(5);
-    hessian_set_debug_log_fp(stderr);
-    EXPECT_TRUE(vxlb_log_level == 5 && vxlb_log_fp == stderr);
-    vxlb_util_set_log_filename(std::string(2000, 'p').c_str(), std::string(2000, 'q').c_str());
-    EXPECT_EQ(std::string(1023, 'p') + std::string(1023, 'q'),
-              log_file + std::string(error_log_file));
 }
 
 // What is written by processes, and every record of it: thorough/09-log-shared and 10-log-races.

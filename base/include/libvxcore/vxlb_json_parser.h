@@ -278,7 +278,7 @@ int vxlb_jsont_eval_expr_str(vxlb_jsont *jsont, const char *expr, char **values,
 /* ---- Text ---- */
 
 /*
- * Write a tree, or any part of one, as JSON text.
+ * Write a tree, or any part of one, as JSON text. Each node's parent must be set, as it is in a built tree.
  *
  * buffer: max_length + 1 bytes, or null for a static buffer of this function (65535 characters, overwritten by
  * the next call of any thread). At most max_length - 1 characters are written and then a zero; longer texts
@@ -299,7 +299,8 @@ char *jsont_to_string(vxlb_jsont *jsont, char *buffer, int max_length, char inde
  *
  * Returns a static buffer of 4096 bytes, overwritten by the next call of any thread; members that don't fit into
  * out_buffer_size (4095 at most) are dropped. One would expect the text in out_buffer_ptr: it only ever receives
- * the opening brace, which is then missing from the returned text. Callers that pass null get the whole text.
+ * the opening brace, if it has room, which is then missing from the returned text. Callers that pass null get
+ * the whole text.
  * Null is returned for a text that is not a flat object, and for a null argument.
  */
 char *vxlb_modify_json_obj_depth1(const char *input, int8_t op, const char *key, const char *value,

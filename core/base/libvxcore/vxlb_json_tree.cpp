@@ -26,9 +26,6 @@
 #include "vxlb_json_internal.h"
 #include "vxlb_json_step.h"
 
-#define TRACE(level, ...) \
-    vxlb_debug_log_ex(level, VXLB_MOD_MISC, __FILE__, __LINE__, __func__, __VA_ARGS__)
-
 // Bytes that a block may use: offsets are handed on as 32-bit numbers. A smaller limit lets a test reach it.
 #ifndef VXLB_JSONT_BLOCK_LIMIT
 #    define VXLB_JSONT_BLOCK_LIMIT (UINT64_C(1) << 32)
@@ -441,10 +438,11 @@ static void set_pointers(const BBM *bbm, vxlb_jsont *node) {
     node->children = reinterpret_cast<vxlb_jsont *>(pointer(links->children));
     node->next_sib = reinterpret_cast<vxlb_jsont *>(pointer(links->next_sib));
     node->value = pointer(links->value);
-    TRACE(VXLB_LEVEL_4,
-          "json name - %s, type - %d, parent - %p, children - %p, numChild - %d, nextSib - %p",
-          node->name, node->type, static_cast<void *>(node->parent),
-          static_cast<void *>(node->children), node->numChild, static_cast<void *>(node->next_sib));
+    vxlb_debug_log_ex(
+        VXLB_LEVEL_4, VXLB_MOD_MISC, __FILE__, __LINE__, "__jsont_set_bbm_idx_to_ptr",
+        "json name - %s, type - %d, parent - %p, children - %p, numChild - %d, nextSib - %p",
+        node->name, node->type, static_cast<void *>(node->parent),
+        static_cast<void *>(node->children), node->numChild, static_cast<void *>(node->next_sib));
 }
 
 void __jsont_set_bbm_idx_to_ptr(BBM *bbm, vxlb_jsont *jsont) {
