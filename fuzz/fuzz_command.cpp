@@ -292,7 +292,7 @@ FILE *popen(const char *command, const char *) {
     if (strncmp(command, "id ", 3) == 0) {
         return stream_of(g_groups);
     }
-    check(names_an_argument(command, "vxu_show_projects -u ", "| grep -v \"^User Name\""));
+    check(names_an_argument(command, "vxu_show_projects -u ", "| grep -a -v \"^User Name\""));
     return stream_of(rows_but_headings(g_rows));
 }
 int pclose(FILE *stream) {

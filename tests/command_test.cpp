@@ -439,10 +439,10 @@ TEST_F(Command, LostOutputIsNoticed) {
 
 TEST_F(Command, SurroundingsChangeNothing) {
     tree.add("ws/prof/P/S/d.conf");
-    tree.rows("ws|prof|P|S\n");
+    tree.rows("ws|prof|\xe9|S\nws|prof|P|S\n");
     // Nobody waits for it. Inherited as it is, the signal's setting would hide how a helper ended.
     tree.helper("id", "[ -z \"$POSIXLY_CORRECT\" ] && echo 7001 && exec >&- 2>&- && sleep 125 &");
-    tree.starter = "env --ignore-signal=CHLD POSIXLY_CORRECT=1 IFS=o";
+    tree.starter = "env --ignore-signal=CHLD POSIXLY_CORRECT=1 IFS=o LC_ALL=C.UTF-8";
     tells("-u alice -> prof|P|S|d CONF;");
 }
 

@@ -103,10 +103,10 @@ void note_error(walk *w, int error) {
 
 // --- system calls, repeated when a signal interrupts them ----------------------------------------
 
-int open_at(int dir_fd, const char *name) {
+int open_at(int dir_fd, const char *name, int more_flags = 0) {
     int fd;
     do {
-        fd = openat(dir_fd, name, OPEN_FLAGS);
+        fd = openat(dir_fd, name, OPEN_FLAGS | more_flags);
     } while (fd < 0 && errno == EINTR);
     return fd;
 }
@@ -442,15 +442,23 @@ bool is_met_first(walk *w, const candidate &found) {
     return meeting == directory_meeting::FIRST;
 }
 
-// Open a directory that its parent vouches for. Returns -1 with errno; ENOENT also when it turns
-// out to be a directory met before. `found` learns its true identity.
-int open_trusted(walk *w, int dir_fd, candidate *found) {
-    int fd = open_on_same_mount(dir_fd, found->name);
-    if (fd >= 0 || (errno != EXDEV && errno != ELOOP && errno != ENOSYS && errno != EPERM)) {
+// Open a directory that was met, but for a link or, where its parent alone vouches for it, a mount
+// point: what it has become in the meantime must not pass for what it was.
+int open_as_seen(int dir_fd, const candidate &found) {
+    return found.examined ? open_at(dir_fd, found.name, O_NOFOLLOW)
+                          : open_on_same_mount(dir_fd, found.name);
+}
+
+// Open a directory that was met. Returns -1 with errno; ENOENT also when it turns out to be another
+// that was met before. `found` learns its true identity.
+int open_met(walk *w, int dir_fd, candidate *found) {
+    int fd = open_as_seen(dir_fd, *found);
+    const bool is_link = fd < 0 && (errno == ELOOP || errno == ENOTDIR);
+    if (fd >= 0 || (!is_link && errno != EXDEV && errno != ENOSYS && errno != EPERM)) {
         return fd;
     }
-    // A mount point or link that has just been made, or a system that does not offer the call.
-    found->is_link = errno == ELOOP;
+    // A link, a mount point that has just been made, or a system that does not offer the call.
+    found->is_link = found->is_link || is_link;
     fd = open_at(dir_fd, found->name);
     struct stat sb;
     if (fd < 0 || fstat(fd, &sb) != 0 ||
@@ -470,7 +478,7 @@ int open_trusted(walk *w, int dir_fd, candidate *found) {
 // Open a directory that was reported or is about to be. On failure its type says why.
 int open_candidate(walk *w, candidate *found) {
     const int dir_fd = w->dirs[w->depth - 1].fd;
-    const int fd = found->examined ? open_at(dir_fd, found->name) : open_trusted(w, dir_fd, found);
+    const int fd = open_met(w, dir_fd, found);
     if (fd < 0) {
         const int error = errno;
         note_error(w, error);
@@ -602,8 +610,9 @@ void walk_root(walk *w) {
     struct stat sb;
     if (stat_at(AT_FDCWD, w->path, &sb, 0) != 0) {
         const int error = errno;
-        const bool is_dangling =
-            error == ENOENT && stat_at(AT_FDCWD, w->path, &sb, AT_SYMLINK_NOFOLLOW) == 0;
+        const bool is_dangling = error == ENOENT &&
+                                 stat_at(AT_FDCWD, w->path, &sb, AT_SYMLINK_NOFOLLOW) == 0 &&
+                                 S_ISLNK(sb.st_mode);
         if (is_dangling) {
             report_root(w, FTW_SLN);
         } else {

@@ -163,8 +163,9 @@ void validate_user(const char *user_name) {
 }
 
 void get_users_proj_sub_proj(const char *user) {
+    // -a: a name that is no text in the caller's locale must not end the rows.
     const owned_text command =
-        command_with_name("vxu_show_projects -u ", user, "| grep -v \"^User Name\"");
+        command_with_name("vxu_show_projects -u ", user, "| grep -a -v \"^User Name\"");
     FILE *in = popen(command.get(), "re");
     if (in == nullptr) {
         die_of_projects(user, "popen", errno);
