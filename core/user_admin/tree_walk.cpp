@@ -442,8 +442,8 @@ bool is_met_first(walk *w, const candidate &found) {
     return meeting == directory_meeting::FIRST;
 }
 
-// Open a directory that was met, but for a link or, where its parent alone vouches for it, a mount
-// point: what it has become in the meantime must not pass for what it was.
+// Open a directory as it was met: no link, and no mount point where its parent alone vouches for it.
+// What it has become in the meantime must not pass for what it was.
 int open_as_seen(int dir_fd, const candidate &found) {
     return found.examined ? open_at(dir_fd, found.name, O_NOFOLLOW)
                           : open_on_same_mount(dir_fd, found.name);

@@ -300,8 +300,7 @@ char *jsont_to_string(vxlb_jsont *jsont, char *buffer, int max_length, char inde
  * Returns a static buffer of 4096 bytes, overwritten by the next call of any thread; members that don't fit into
  * out_buffer_size (4095 at most) are dropped. One would expect the text in out_buffer_ptr: it only ever receives
  * the opening brace, if it has room, which is then missing from the returned text. Callers that pass null get
- * the whole text.
- * Null is returned for a text that is not a flat object, and for a null argument.
+ * the whole text. Null is returned for a text that is not a flat object, and for a null argument.
  */
 char *vxlb_modify_json_obj_depth1(const char *input, int8_t op, const char *key, const char *value,
                                   int8_t is_str, char *error_ptr, char *out_buffer_ptr,

@@ -223,13 +223,14 @@ static void roll_file(int fd, const char *path, const struct stat *file, int pre
     const int locked = probe < 0 ? fd : probe;
     struct stat st;
     if (fstat(locked, &st) == 0 && st.st_ino == file->st_ino && st.st_dev == file->st_dev &&
-        flock(locked, LOCK_EX | LOCK_NB) == 0 && is_file_at(path, file)) {
-        rename_rolled(path, prev_or_mmdd);
+        flock(locked, LOCK_EX | LOCK_NB) == 0) {
+        if (is_file_at(path, file)) {
+            rename_rolled(path, prev_or_mmdd);
+        }
+        flock(locked, LOCK_UN);
     }
-    if (probe < 0) {
-        flock(fd, LOCK_UN);
-    } else {
-        close(probe); // releases the lock
+    if (probe >= 0) {
+        close(probe);
     }
 }
 
