@@ -240,7 +240,8 @@ TEST(VxlbLog, ARolledLogTakesThePlaceOfItsDescriptor) {
     chmod(dir.path.c_str(), 0777);
     const uid_t user = geteuid();
     EXPECT_EQ(0, seteuid(user == 0 ? 65534 : user));
-    EXPECT_EQ(1, vxlb_open_log(&fd, path.c_str(), 1, "last") + seteuid(user));
+    const int opened = vxlb_open_log(&fd, path.c_str(), 1, "last");
+    EXPECT_EQ(1, opened + seteuid(user));
     EXPECT_EQ("lastnew", file_text(path) + file_text(path + ".prev"));
     fs::remove_all(dir.path);
     EXPECT_EQ(-1, vxlb_open_log(&fd, path.c_str(), 1, nullptr));
