@@ -154,17 +154,14 @@ typedef struct vxlb_alloc_state {
     vxlb_two_settings settings; /* mem_map_entry_max, g_alloc_extra_size */
 } vxlb_alloc_state;
 
+extern __thread vxlb_alloc_state vxlb_alloc_thread_state;
+
 /*
- * To a compiler each variable is an object of its own, which nothing behind another's address can touch.
- * The empty instructions say that memory is read and written here, so that what the program stored in
- * the variables has arrived when the parts are read, and what it reads afterwards is read anew.
+ * To a compiler a part and the variable of its own name are two objects. The empty instruction says
+ * that memory is read and written here: what the program stored in the variables has arrived when
+ * the parts are read, and what it reads afterwards is read anew.
  */
-static inline vxlb_alloc_state *vxlb_alloc_get_state(void) {
-    vxlb_alloc_state *state;
-    __asm__ volatile("" : "=r"(state) : "0"(&g_mem_allocated) : "memory");
-    return state;
-}
-static inline void vxlb_alloc_has_changed(void) {
+static inline void vxlb_alloc_meet_names(void) {
     __asm__ volatile("" ::: "memory");
 }
 
@@ -175,24 +172,25 @@ static inline int vxlb_alloc_is_untraced(void) {
 
 /* A size between 1 and half the address space, no extra bytes, no map to report to, no trace. */
 static inline int vxlb_alloc_is_plain(size_t size) {
-    return __builtin_expect(size - 1 < SIZE_MAX / 2 && vxlb_alloc_get_state()->settings == 0 &&
+    vxlb_alloc_meet_names();
+    return __builtin_expect(size - 1 < SIZE_MAX / 2 && vxlb_alloc_thread_state.settings == 0 &&
                                 vxlb_alloc_is_untraced(),
                             1) != 0;
 }
 
 /* The bytes come first, since the first of four numbers is the cheapest to set. */
-static inline void vxlb_count_allocated(vxlb_alloc_state *state, size_t size) {
+static inline void vxlb_count_allocated(size_t size) {
     const vxlb_four_counts bytes = {(uint32_t)size, 0, 0, 0}, blocks = {0, 1, 1, 0};
-    state->allocated += bytes | blocks;
-    state->c_mem_allocated += size;
-    vxlb_alloc_has_changed();
+    vxlb_alloc_thread_state.allocated += bytes | blocks;
+    vxlb_alloc_thread_state.c_mem_allocated += size;
+    vxlb_alloc_meet_names();
 }
 
-static inline void vxlb_count_freed(vxlb_alloc_state *state, size_t size) {
+static inline void vxlb_count_freed(size_t size) {
     const vxlb_four_counts bytes = {(uint32_t)size, 0, 0, 0}, blocks = {0, 1, 1, 0};
-    state->freed += bytes | blocks;
-    state->c_mem_freed += size;
-    vxlb_alloc_has_changed();
+    vxlb_alloc_thread_state.freed += bytes | blocks;
+    vxlb_alloc_thread_state.c_mem_freed += size;
+    vxlb_alloc_meet_names();
 }
 
 static inline void *vxlb_malloc_plain(size_t size, const char *label, const char *file, int line,
@@ -203,7 +201,7 @@ static inline void *vxlb_malloc_plain(size_t size, const char *label, const char
     }
     /* One store of 8 bytes; memcpy would become a call where the C library checks sizes. */
     __builtin_memcpy(block + size, VXLB_ALLOC_MARK, VXLB_ALLOC_TAIL_SIZE);
-    vxlb_count_allocated(vxlb_alloc_get_state(), size);
+    vxlb_count_allocated(size);
     return block;
 }
 
@@ -212,9 +210,9 @@ static inline void vxlb_free_block(void *block, const char *label, int index, co
     if (block == NULL) {
         return;
     }
-    vxlb_alloc_state *const state = vxlb_alloc_get_state();
-    if (__builtin_expect(state->settings == 0 && vxlb_alloc_is_untraced(), 1)) {
-        vxlb_count_freed(state, 1);
+    vxlb_alloc_meet_names();
+    if (__builtin_expect(vxlb_alloc_thread_state.settings == 0 && vxlb_alloc_is_untraced(), 1)) {
+        vxlb_count_freed(1);
         free(block);
     } else {
         vxlb_free_traced(block, label, index, file, line, func);

@@ -15,10 +15,7 @@
 
 // The thread's variables are parts of this one. Their names are given to the assembler, which unlike
 // the compiler can name a part.
-extern "C" {
-extern __thread vxlb_alloc_state vxlb_alloc_thread_state;
 __attribute__((used)) __thread vxlb_alloc_state vxlb_alloc_thread_state;
-}
 
 #define NAME_PART(name, size, offset)                            \
     static_assert(sizeof(name) == (size), "the size of " #name); \
@@ -121,7 +118,7 @@ void *vxlb_malloc_traced(size_t size, int is_negative, const char *label, const 
     mark(block, system_size);
     TRACE(VXLB_LEVEL_2, "VXLB_MALLOC'ed (%s) done. ptr = %p, size = %ld, allocated size = %ld",
           label, static_cast<void *>(block), shown_size(size), static_cast<long>(charged));
-    vxlb_count_allocated(vxlb_alloc_get_state(), charged);
+    vxlb_count_allocated(charged);
     trace_statistics(file, line, func);
     return block;
 }
@@ -192,7 +189,7 @@ void *vxlb_realloc_traced(void *old_block, size_t size, int is_negative, const c
 void vxlb_free_traced(void *block, const char *label, int index, const char *file, int line,
                       const char *func) {
     const size_t charged = vxlb_get_mem_chunk_size(static_cast<char *>(block), 1);
-    vxlb_count_freed(vxlb_alloc_get_state(), charged);
+    vxlb_count_freed(charged);
     trace_statistics(file, line, func);
     vxlb_mem_map_remove(block);
     TRACE(VXLB_LEVEL_2, "VXLB_FREE'ed (%s) Freed. ptr = $%p$ for index %d, allocated_size = %ld",
