@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "vxlb_big_buf_append.h"
 #include "vxlb_large_pages.h"
 
 #define TRACE(level, ...) \
@@ -62,19 +63,15 @@ int vxlb_bigbuf_realloc(bigbuf_t *bigbuf) {
     return 0;
 }
 
-static bool has_room(const bigbuf_t *bigbuf, int64_t needed_space) {
-    return bigbuf->offset + needed_space < bigbuf->bufsize;
-}
-
 int vxlb_bigbuf_chk_avail_space(bigbuf_t *bigbuf, int needed_space) {
     if (bigbuf == nullptr) {
         return -1;
     }
-    return has_room(bigbuf, needed_space) ? 1 : 0;
+    return bigbuf_has_room(bigbuf, needed_space) ? 1 : 0;
 }
 
 static void make_room(bigbuf_t *bigbuf, int64_t needed_space) {
-    while (!has_room(bigbuf, needed_space)) {
+    while (!bigbuf_has_room(bigbuf, needed_space)) {
         vxlb_bigbuf_realloc(bigbuf);
     }
 }
@@ -96,14 +93,6 @@ static void trace_entry(const bigbuf_t *bigbuf, int len, const char *function) {
                       static_cast<int>(bigbuf->offset));
 }
 
-// Take the bytes that were put at offset into use; returns where they begin.
-static int64_t close_copy(bigbuf_t *bigbuf, int len) {
-    const int64_t begin = bigbuf->offset;
-    bigbuf->buffer[begin + len] = '\0';
-    bigbuf->offset = begin + len + 1;
-    return begin;
-}
-
 int64_t vxlb_bigbuf_copy_into_bigbuf(bigbuf_t *bigbuf, const char *string, int len) {
     if (bigbuf == nullptr || string == nullptr) {
         return -1;
@@ -116,7 +105,7 @@ int64_t vxlb_bigbuf_copy_into_bigbuf(bigbuf_t *bigbuf, const char *string, int l
     make_room(bigbuf, int64_t{len} + 1);
     TRACE(VXLB_LEVEL_3, "Copy data '%.*s' of len '%d' into big buf", len, string, len);
     memcpy(bigbuf->buffer + bigbuf->offset, string, static_cast<size_t>(len));
-    return close_copy(bigbuf, len);
+    return bigbuf_close_copy(bigbuf, len);
 }
 
 int vxlb_read_file_and_fill_buf_ex(int fd, char *buf, int64_t size, int) {
@@ -214,7 +203,7 @@ int64_t vxlb_bigbuf_copy_into_bigbuf_ex(bigbuf_t *bigbuf, const char *string, in
     } else if (!read_source(bigbuf, fd, string, len, err_msg)) {
         return -1;
     }
-    const int64_t begin = close_copy(bigbuf, len);
+    const int64_t begin = bigbuf_close_copy(bigbuf, len);
     fprintf(stderr, "DONE!!!, offset = %ld\n", static_cast<long>(bigbuf->offset));
     return begin;
 }

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "vxlb_big_buf_append.h"
 #include "vxlb_large_pages.h"
 
 static_assert(offsetof(NormTable, next) == offsetof(node, next) &&
@@ -130,17 +131,18 @@ static inline Name name_of(const NormObjKey *key, const char *text, int len) {
             text_len == static_cast<size_t>(len) ? static_cast<uint32_t>(hash) | 1 : 0};
 }
 
-// Names of different marks differ; where one has no mark, the shorter of text and length decides.
+// Names of different marks differ; that is asked first, since it is mostly so, while the lengths of
+// names are a toss-up for the processor. Where one has no mark, the shorter of text and length
+// decides.
 static inline bool is_named(const NormObjKey *key, const NormTable *entry, const Name *name) {
-    if (entry->len != name->len) {
+    const bool are_marked = entry->mark != 0 && name->mark != 0;
+    if ((entry->mark != name->mark && are_marked) || entry->len != name->len) {
         return false;
     }
     const char *const stored = key->bigbuf.buffer + entry->str;
     const size_t len = static_cast<size_t>(name->len);
-    if (entry->mark != 0 && name->mark != 0) {
-        return entry->mark == name->mark && memcmp(stored, name->text, len) == 0;
-    }
-    return strncmp(stored, name->text, len) == 0;
+    return are_marked ? memcmp(stored, name->text, len) == 0
+                      : strncmp(stored, name->text, len) == 0;
 }
 
 // Walk the bucket of a name, whose hash is valid.
@@ -177,15 +179,17 @@ static void set_flag(int *flag_new, int value) {
 }
 
 // Store a name where find() did not find it, and say in *flag_new how many entries were before it.
-static NormTable *insert(NormObjKey *key, const Name *name, const Place *place, int id,
-                         int *flag_new) {
+// In line, like generate(): else the name's parts, just written to memory, are read from there as
+// one, and the processor waits for them.
+[[gnu::always_inline]] static inline NormTable *insert(NormObjKey *key, const Name *name,
+                                                       const Place *place, int id, int *flag_new) {
     NormTable *entry = &key->nt[name->hash];
     if (place->last != nullptr) {
         entry = reinterpret_cast<NormTable *>(vxlb_mp_get_slot(key->nt_mpool));
         entry->nt_next = nullptr;
         place->last->nt_next = entry;
     }
-    entry->str = vxlb_bigbuf_copy_into_bigbuf(&key->bigbuf, name->text, name->len);
+    entry->str = bigbuf_append(&key->bigbuf, name->text, name->len);
     entry->mark = name->mark;
     entry->len = name->len;
     entry->idx = id;
@@ -194,7 +198,8 @@ static NormTable *insert(NormObjKey *key, const Name *name, const Place *place, 
 }
 
 // Store a name under the next id.
-static NormTable *generate(NormObjKey *key, const Name *name, const Place *place, int *flag_new) {
+[[gnu::always_inline]] static inline NormTable *generate(NormObjKey *key, const Name *name,
+                                                         const Place *place, int *flag_new) {
     key->prev_id = static_cast<int32_t>(static_cast<uint32_t>(key->prev_id) + 1);
     return insert(key, name, place, key->prev_id, flag_new);
 }
