@@ -21,6 +21,7 @@
 #include <cstring>
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -84,10 +85,20 @@ extern "C" __attribute__((noinline, used)) inline void vx_bench_timed(const Arm 
     __asm__ volatile("" ::: "memory");
 }
 
+// Leave no arm to pay for what another one freed: an allocation too large for the lists of small
+// blocks makes the C library sort the freed blocks, ten thousand at a time.
+inline void settle_heap() {
+    for (int i = 0; i < 50; i++) {
+        const std::unique_ptr<char[]> large(new char[100000]);
+        benchmark::DoNotOptimize(reinterpret_cast<uintptr_t>(large.get()));
+    }
+}
+
 inline double time_once(const Arm &arm) {
     if (arm.before) {
         arm.before();
     }
+    settle_heap();
     const double start = cpu_seconds();
     vx_bench_timed(arm);
     const double seconds = cpu_seconds() - start;

@@ -5,7 +5,8 @@
 // is names over buckets. The hash maps can't be given fewer buckets than they want, so they are the
 // same at every load; they reserve their room, as the table does. The bare table is the same design
 // and nothing else: FNV-1a over the name, a prime number of heads, chains in order of arrival, the
-// entries taken from one array, the names from one block.
+// table's own entries taken from one array, the names from one block. A second one has entries of 24
+// bytes, which leave out what the table's users find in its entries: it shows what those cost.
 #include "compare.h"
 
 #include <libvxcore/vxlb_get_norm_obj_id.h>
@@ -52,57 +53,61 @@ void make_names(std::string (*make)(std::mt19937 &)) {
     std::shuffle(sought.begin(), sought.end(), random);
 }
 
-struct BareEntry {
-    size_t at;
+struct SmallEntry {
+    int64_t str;
     int len;
-    int id;
-    BareEntry *next;
+    int idx;
+    SmallEntry *nt_next;
 };
 
-struct Bare {
-    BareEntry *heads;
-    BareEntry *entries;
+template <class Entry> struct Bare {
+    Entry *heads;
+    Entry *entries;
     char *text;
-    size_t used, text_used, prime;
+    size_t used;
+    int64_t text_used;
+    size_t prime;
     int last;
 };
 
-void bare_init(Bare *bare, size_t prime) {
+template <class Entry> void bare_init(Bare<Entry> *bare, int prime) {
     size_t bytes = 1;
     for (const std::string &name : names) {
         bytes += name.size() + 1;
     }
     *bare = {};
-    bare->prime = prime;
-    bare->heads = static_cast<BareEntry *>(malloc(prime * sizeof(BareEntry)));
-    for (size_t i = 0; i < prime; i++) {
-        bare->heads[i] = {0, -1, -1, nullptr};
+    bare->prime = static_cast<size_t>(prime);
+    bare->heads = static_cast<Entry *>(malloc(bare->prime * sizeof(Entry)));
+    for (size_t i = 0; i < bare->prime; i++) {
+        bare->heads[i] = {};
+        bare->heads[i].len = -1;
     }
-    bare->entries = static_cast<BareEntry *>(malloc(names.size() * sizeof(BareEntry)));
+    bare->entries = static_cast<Entry *>(malloc(names.size() * sizeof(Entry)));
     bare->text = static_cast<char *>(malloc(bytes));
     bare->last = -1;
 }
 
-void bare_free(Bare *bare) {
+template <class Entry> void bare_free(Bare<Entry> *bare) {
     free(bare->heads);
     free(bare->entries);
     free(bare->text);
 }
 
-BareEntry *bare_walk(Bare *bare, const char *name, int len, BareEntry **last) {
+template <class Entry>
+Entry *bare_walk(const Bare<Entry> *bare, const char *name, int len, Entry **last) {
     uint64_t hash = 2166136261;
     for (const char *c = name; *c != '\0'; c++) {
         hash = (hash ^ static_cast<unsigned char>(*c)) * 16777619;
     }
-    BareEntry *entry = &bare->heads[hash % bare->prime];
+    Entry *entry = &bare->heads[hash % bare->prime];
     *last = nullptr;
     if (entry->len < 0) {
         *last = entry;
         return nullptr;
     }
-    for (; entry != nullptr; entry = entry->next) {
+    for (; entry != nullptr; entry = entry->nt_next) {
         if (entry->len == len &&
-            memcmp(bare->text + entry->at, name, static_cast<size_t>(len)) == 0) {
+            memcmp(bare->text + entry->str, name, static_cast<size_t>(len)) == 0) {
             return entry;
         }
         *last = entry;
@@ -110,32 +115,38 @@ BareEntry *bare_walk(Bare *bare, const char *name, int len, BareEntry **last) {
     return nullptr;
 }
 
-__attribute__((noinline)) int bare_find(Bare *bare, const char *name, int len) {
-    BareEntry *last = nullptr;
-    const BareEntry *const entry = bare_walk(bare, name, len, &last);
-    return entry != nullptr ? entry->id : -2;
+template <class Entry>
+__attribute__((noinline)) int bare_find(const Bare<Entry> *bare, const char *name, int len) {
+    Entry *last = nullptr;
+    const Entry *const entry = bare_walk(bare, name, len, &last);
+    return entry != nullptr ? entry->idx : -2;
 }
 
-__attribute__((noinline)) int bare_add(Bare *bare, const char *name, int len) {
-    BareEntry *last = nullptr;
-    BareEntry *entry = bare_walk(bare, name, len, &last);
+template <class Entry>
+__attribute__((noinline)) int bare_add(Bare<Entry> *bare, const char *name, int len) {
+    Entry *last = nullptr;
+    Entry *entry = bare_walk(bare, name, len, &last);
     if (entry != nullptr) {
-        return entry->id;
+        return entry->idx;
     }
     if (last->len < 0) {
         entry = last;
     } else {
         entry = &bare->entries[bare->used++];
-        last->next = entry;
+        last->nt_next = entry;
     }
-    *entry = {bare->text_used, len, ++bare->last, nullptr};
+    entry->str = bare->text_used;
+    entry->len = len;
+    entry->idx = ++bare->last;
+    entry->nt_next = nullptr;
     memcpy(bare->text + bare->text_used, name, static_cast<size_t>(len) + 1);
-    bare->text_used += static_cast<size_t>(len) + 1;
-    return entry->id;
+    bare->text_used += len + 1;
+    return entry->idx;
 }
 
 NormObjKey table;
-Bare bare;
+Bare<NormTable> same;
+Bare<SmallEntry> small;
 
 size_t text_bytes() {
     size_t bytes = 65536;
@@ -155,10 +166,17 @@ void table_add() {
     }
 }
 
-void bare_add_all() {
+template <class Entry> void bare_add_all(Bare<Entry> *bare) {
     for (const std::string &name : names) {
-        bare_add(&bare, name.c_str(), static_cast<int>(name.size()));
+        bare_add(bare, name.c_str(), static_cast<int>(name.size()));
     }
+}
+
+template <class Entry>
+rounds::Arm arm_of_adding(const char *name, const char *want, Bare<Entry> *bare, int size) {
+    return {name, want, [=] { bare_add_all(bare); },
+            [=] { bare_init(bare, get_prime(vxlb_change_to_2_power_n(size))); },
+            [=] { bare_free(bare); }};
 }
 
 template <class Map> void map_add(Map &map) {
@@ -204,9 +222,8 @@ void measure_add(double load, const std::string &kind, int size) {
              standard->reserve(name_count);
          },
          [] { delete standard; }},
-        {"bare table", "<=1.15", bare_add_all,
-         [=] { bare_init(&bare, static_cast<size_t>(get_prime(vxlb_change_to_2_power_n(size)))); },
-         [] { bare_free(&bare); }}};
+        arm_of_adding("bare table", "<=1.15", &same, size),
+        arm_of_adding("bare table, small entries", "", &small, size)};
 #ifdef VX_HAVE_ABSL
     static absl::flat_hash_map<std::string, int> *flat;
     arms.push_back({"absl::flat_hash_map", "", [] { map_add(*flat); },
@@ -217,6 +234,17 @@ void measure_add(double load, const std::string &kind, int size) {
                     [] { delete flat; }});
 #endif
     rounds::arms(work("add", load, kind), arms);
+}
+
+template <class Entry>
+rounds::Arm arm_of_finding(const char *name, const char *want, const Bare<Entry> *bare,
+                           const std::vector<std::string> &list, int missing) {
+    return {name, want, [=, &list] {
+                find_all(list, missing, [=](const std::string &sought_name) {
+                    return bare_find(bare, sought_name.c_str(),
+                                     static_cast<int>(sought_name.size()));
+                });
+            }};
 }
 
 void measure_find(double load, const std::string &kind, const std::string &what,
@@ -238,11 +266,8 @@ void measure_find(double load, const std::string &kind, const std::string &what,
                  return at == standard.end() ? -2 : at->second;
              });
          }},
-        {"bare table", "<=1.15", [&, missing] {
-             find_all(list, missing, [](const std::string &name) {
-                 return bare_find(&bare, name.c_str(), static_cast<int>(name.size()));
-             });
-         }}};
+        arm_of_finding("bare table", "<=1.15", &same, list, missing),
+        arm_of_finding("bare table, small entries", "", &small, list, missing)};
 #ifdef VX_HAVE_ABSL
     static absl::flat_hash_map<std::string, int> flat;
     flat.clear();
@@ -268,12 +293,15 @@ void measure(double load, const std::string &kind) {
     measure_add(load, kind, size);
     table_init(size);
     table_add();
-    bare_init(&bare, static_cast<size_t>(table.prime));
-    bare_add_all();
+    bare_init(&same, table.prime);
+    bare_add_all(&same);
+    bare_init(&small, table.prime);
+    bare_add_all(&small);
     measure_find(load, kind, "find", sought, 0);
     measure_find(load, kind, "find in vain", unknown, static_cast<int>(unknown.size()));
     vxlb_obj_hash_destroy(&table);
-    bare_free(&bare);
+    bare_free(&same);
+    bare_free(&small);
 }
 
 } // namespace
