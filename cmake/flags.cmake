@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Interface targets carry the compiler's settings, so that they reach what is built here and nothing
 # else: vx_flags for everything, vx_plain_runtime for what must run on libc alone, vx_linking for what
-# is linked and shipped.
+# is linked and shipped, vx_padding for code whose speed is its loops'.
 include(CheckCXXSourceCompiles)
 
 add_library(vx_flags INTERFACE)
@@ -65,9 +65,11 @@ endfunction()
 set(vx_release "$<CONFIG:Release,RelWithDebInfo,MinSizeRel>")
 
 # Processors of the Skylake kind decode a jump anew each time when it touches the end of 32 bytes of
-# code: a loop's speed would hang on where the linker puts it. The assembler pads such jumps away.
+# code: a loop's speed would hang on where the linker puts it. The assembler pads such jumps away in
+# the library and in what it is measured against; the command waits for the kernel, not for loops.
+add_library(vx_padding INTERFACE)
 vx_add_known_flags(vx_padding_flags FLAGS -Wa,-mbranches-within-32B-boundaries)
-target_compile_options(vx_flags INTERFACE "$<${vx_release}:${vx_padding_flags}>")
+target_compile_options(vx_padding INTERFACE "$<${vx_release}:${vx_padding_flags}>")
 
 # The OpenSSF's list for C and C++, as far as this compiler and linker know it, but for
 # _GLIBCXX_ASSERTIONS: its checks call into the C++ run-time library.
