@@ -112,7 +112,9 @@ TEST(VxlbNormId, AResetKeepsMemoryAndDestroyAllButTheIndex) {
     EXPECT_EQ(0, vxlb_obj_hash_reset(&key));
     EXPECT_TRUE(!key.nt_mpool->busy_head && !key.free_norm_id_list_head && !key.id_name[0] &&
                 !key.id_name[15]);
+    vxlb_util_set_debug_log_level(VXLB_LEVEL_2 | VXLB_LEVEL_3);
     vxlb_get_or_set_norm_id(&key, "z", 1, nullptr);
+    vxlb_util_set_debug_log_level(VXLB_LEVEL_2);
     vxlb_get_norm_table_data(&key, 0);
     vxlb_add_id_in_free_list(&key, 9);
     vxlb_obj_hash_destroy(&key);
@@ -129,6 +131,8 @@ VXLB_MALLOC'ed (NormalTableInit.id_name) done. ptr = @, size = 32, allocated siz
 Method called, key = key
 VXLB_FREE'ed (free_norm_id_list) Freed. ptr = $@$ for index -1, allocated_size = 1
 Method called key = key, in_str = z in_strlen = 1_
+Method called. bufsize = 1048576, bigbuf buffer = @, needed space = 1, offset = 0
+Copy data 'z' of len '1' into big buf
 Method called, key = key, norm_id = 0, p_nt = @, max_norm_id_size = 16
 Method called key = key, norm_id = 0
 index = 0, norm_id = 0, key->prev_id = 0, nt->str = 0, )"
