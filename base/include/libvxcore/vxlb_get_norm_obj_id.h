@@ -40,7 +40,7 @@ extern "C" {
 #define VXLB_NORM_ID_POOL_INIT 64      /* entries of the pool's first chunk */
 #define VXLB_NORM_ID_POOL_INCREMENT 16 /* entries of each later one */
 
-/* One entry. The first three fields are a pool slot's header; in a bucket head they mean nothing. */
+/* One entry. The first three fields are a pool slot's header; a bucket head's are the table's. */
 typedef struct NormTable {
     struct NormTable *prev;
     struct NormTable *next;
