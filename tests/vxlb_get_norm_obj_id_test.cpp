@@ -50,9 +50,10 @@ TEST(VxlbNormId, NullNamesAreBadInputAndNullResultsAreNotStored) {
     for (const int hash : {-1, 1, INT_MAX}) {
         EXPECT_EQ(-1, vxlb_delete_norm_id(&table, hash)) << "no bucket";
     }
-    EXPECT_EQ(0u, vxlb_get_set_or_gen_norm_id_ex(&table, "a", 1, &flag)) << "the freed id";
-    EXPECT_EQ(1u, vxlb_get_set_or_gen_norm_id_ex(&table, "b", 1, &flag));
-    EXPECT_EQ(1, flag) << "entries passed";
+    EXPECT_EQ(1u, vxlb_get_set_or_gen_norm_id(&table, "a", 1, nullptr, -1)) << "0 is freed";
+    EXPECT_EQ(2u, vxlb_get_set_or_gen_norm_id(&table, "b", 1, nullptr, -1));
+    EXPECT_EQ(0u, vxlb_get_set_or_gen_norm_id_ex(&table, "c", 1, &flag)) << "the freed id";
+    EXPECT_EQ(2, flag) << "entries passed";
 }
 
 TEST(VxlbNormId, RoundsSizesUpAndPrimesDownOrRefusesThem) {
