@@ -71,7 +71,7 @@ int get_prime(int n) {
 }
 
 // The compilers load a byte before they xor it. One instruction for both leaves the processor room to
-// have more names under way: lookups in a large table take a tenth less.
+// have more names under way: lookups in a large table take up to a tenth less.
 static inline uint64_t hash_byte(uint64_t hash, const char *byte) {
 #ifdef __x86_64__
     asm("xorb %1, %b0" : "+q"(hash) : "m"(*byte));
