@@ -9,7 +9,8 @@
 // WITH_RAPIDJSON and WITH_CJSON the file is parsed and its tags are compared.
 //
 // Every directory is opened by its parent's descriptor and read with getdents64 to its end; there is
-// one fstatat a row, and one more for a flat file (is there a directory beside it?).
+// one fstatat a row. Whether a directory stands beside a flat file is told by the entries read with it,
+// for no directory has more of them than the buffer holds.
 #include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
@@ -18,10 +19,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <span>
 #include <string_view>
 
 #if defined(WITH_RAPIDJSON)
@@ -213,21 +216,35 @@ bool is_wanted(int dir, const char *name) {
 
 // --- walk ----------------------------------------------------------------------------------------
 
-void flat_scenario(int dir, const char *name) {
+const dirent64 *entry_at(std::span<const char> entries, size_t at) {
+    return reinterpret_cast<const dirent64 *>(entries.data() + at);
+}
+
+bool holds_directory(std::span<const char> entries, std::string_view name) {
+    const size_t least_size = offsetof(dirent64, d_name) + name.size() + 1;
+    for (size_t at = 0; at < entries.size();) {
+        const dirent64 *entry = entry_at(entries, at);
+        at += entry->d_reclen;
+        if (entry->d_type == DT_DIR && entry->d_reclen >= least_size &&
+            entry->d_name[name.size()] == '\0' &&
+            memcmp(entry->d_name, name.data(), name.size()) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void flat_scenario(int dir, const char *name, std::span<const char> entries) {
     std::string_view stem = name;
-    struct stat file, beside;
+    struct stat file;
     if (!stem.ends_with(".conf")) {
         return;
     }
     stem.remove_suffix(5);
-    char directory[256];
-    memcpy(directory, stem.data(), stem.size());
-    directory[stem.size()] = '\0';
-    if ((fstatat(dir, directory, &beside, 0) == 0 && S_ISDIR(beside.st_mode)) ||
-        fstatat(dir, name, &file, 0) != 0 || !is_wanted(dir, name)) {
-        return;
+    if (!holds_directory(entries, stem) && fstatat(dir, name, &file, 0) == 0 &&
+        is_wanted(dir, name)) {
+        put_row(stem, "CONF", file);
     }
-    put_row(stem, "CONF", file);
 }
 
 // A scenario directory: its first scenario file decides, unless it holds the functional marker.
@@ -266,7 +283,8 @@ bool is_entered(int depth, const char *name) {
 
 void walk(int parent, const char *name, int depth);
 
-void visit(int dir, const dirent64 *entry, int depth, inside *found) {
+void visit(int dir, const dirent64 *entry, std::span<const char> entries, int depth,
+           inside *found) {
     const char *name = entry->d_name;
     if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) {
         return;
@@ -277,7 +295,7 @@ void visit(int dir, const dirent64 *entry, int depth, inside *found) {
         g_names[depth] = name;
         walk(dir, name, depth + 1);
     } else if (entry->d_type == DT_REG && depth == ENTRY) {
-        flat_scenario(dir, name);
+        flat_scenario(dir, name, entries);
     }
 }
 
@@ -287,13 +305,14 @@ void walk(int parent, const char *name, int depth) {
     if (dir < 0) {
         return;
     }
-    char *entries = g_entries[depth - 1];
+    char *buffer = g_entries[depth - 1];
     inside found = {};
-    for (ssize_t got; (got = getdents64(dir, entries, DIRECTORY_BUFFER)) > 0;) {
-        for (ssize_t at = 0; at < got;) {
-            const auto *entry = reinterpret_cast<const dirent64 *>(entries + at);
+    for (ssize_t got; (got = getdents64(dir, buffer, DIRECTORY_BUFFER)) > 0;) {
+        const std::span<const char> entries(buffer, static_cast<size_t>(got));
+        for (size_t at = 0; at < entries.size();) {
+            const dirent64 *entry = entry_at(entries, at);
             at += entry->d_reclen;
-            visit(dir, entry, depth, &found);
+            visit(dir, entry, entries, depth, &found);
         }
     }
     scenario_directory(dir, found);

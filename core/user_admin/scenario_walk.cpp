@@ -119,7 +119,7 @@ bool is_beside_directory(const tree_entry &entry, std::string_view suffix) {
     }
     memcpy(stem, entry.name().data(), length);
     stem[length] = '\0';
-    return S_ISDIR(examine(entry, stem).st_mode);
+    return tree_may_hold(entry, {stem, length}) && S_ISDIR(examine(entry, stem).st_mode);
 }
 
 // --- filters -------------------------------------------------------------------------------------
@@ -241,7 +241,6 @@ bool is_scenario_file(std::string_view name) {
 
 bool is_beside_functional_marker(const tree_entry &entry) {
     constexpr const char *marker = ".functional";
-    // To look up a name that is not there costs twice what reading on in the directory does.
     if (!tree_may_hold(entry, marker)) {
         return false;
     }

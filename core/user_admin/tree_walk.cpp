@@ -47,7 +47,7 @@ struct walked_directory {
     size_t used;     // bytes that hold entries
     size_t next;     // where the next entry begins
     bool read_whole; // the kernel has no more entries
-    bool from_first; // the entries held begin with the directory's first
+    bool may_be_all; // the entries held begin with the directory's first and may reach its last
     size_t base;     // where its entries' names begin in the path
     dev_t device;
     ino_t inode;
@@ -230,16 +230,31 @@ void read_entries(walk *w, directory *dir) {
 // Read on behind the entries in use as far as the buffer reaches. Returns whether it holds all the
 // entries that the directory has.
 bool hold_all_entries(directory *dir) {
-    while (dir->from_first && !dir->read_whole) {
+    while (dir->may_be_all && !dir->read_whole) {
         const ssize_t got =
             getdents64(dir->fd, dir->entries + dir->used, dir->capacity - dir->used);
-        if (got < 0) {
-            return false; // no room, or an error that the walk meets too if it goes on here
+        if (got < 0) { // no room, or an error that the walk meets too if it goes on here
+            dir->may_be_all = false;
+            break;
         }
         dir->used += static_cast<size_t>(got);
         dir->read_whole = got == 0;
     }
-    return dir->from_first;
+    return dir->may_be_all;
+}
+
+// One bit tells the cases of a letter apart; some other characters, too, pass for the same.
+bool may_be_same_letter(char a, char b) {
+    return ((a ^ b) & ~0x20) == 0;
+}
+
+// Whether an entry has a name, ignoring case, for the file system may do so. Names that people number
+// differ at the end, so that is compared first.
+bool is_named(const dirent64 *entry, std::string_view name) {
+    return entry->d_reclen > offsetof(dirent64, d_name) + name.size() &&
+           entry->d_name[name.size()] == '\0' &&
+           may_be_same_letter(entry->d_name[name.size() - 1], name.back()) &&
+           strcasecmp(entry->d_name, name.data()) == 0;
 }
 
 bool is_dot_or_dot_dot(const char *name) {
@@ -250,7 +265,7 @@ bool is_dot_or_dot_dot(const char *name) {
 const dirent64 *next_entry(walk *w, directory *dir) {
     for (;;) {
         if (dir->next == dir->used) {
-            dir->from_first = dir->used == 0;
+            dir->may_be_all = dir->used == 0;
             dir->next = dir->used = 0;
             if (!dir->read_whole) {
                 read_entries(w, dir);
@@ -272,7 +287,7 @@ const dirent64 *next_entry(walk *w, directory *dir) {
 // Read the rest of the outermost open directory into memory and close it.
 void close_outermost(walk *w) {
     directory *dir = &w->dirs[w->first_open];
-    dir->from_first = false;
+    dir->may_be_all = false;
     dir->used -= dir->next;
     memmove(dir->entries, dir->entries + dir->next, dir->used);
     dir->next = 0;
@@ -639,6 +654,14 @@ void release(walk *w) {
     directory_set_free(&w->met);
 }
 
+bool is_ascii(std::string_view text) {
+    unsigned all = 0;
+    for (const char c : text) {
+        all |= static_cast<unsigned char>(c);
+    }
+    return all < 0x80;
+}
+
 size_t length_without_trailing_slashes(const char *path) {
     size_t length = strlen(path);
     while (length > 1 && path[length - 1] == '/') {
@@ -664,16 +687,15 @@ bool is_usual_in_a_tree(int error) {
     }
 }
 
-bool tree_may_hold(const tree_entry &entry, const char *name) {
+bool tree_may_hold(const tree_entry &entry, std::string_view name) {
     directory *dir = entry.directory;
-    if (dir == nullptr || !dir->inodes_trusted || !hold_all_entries(dir)) {
+    if (dir == nullptr || !dir->inodes_trusted || !is_ascii(name) || !hold_all_entries(dir)) {
         return true;
     }
     for (size_t at = 0; at < dir->used;) {
         const auto *each = reinterpret_cast<const dirent64 *>(dir->entries + at);
         at += each->d_reclen;
-        // Ignoring case, for the file system may do so; one bit tells cases apart.
-        if (((each->d_name[0] ^ name[0]) & ~0x20) == 0 && strcasecmp(each->d_name, name) == 0) {
+        if (is_named(each, name)) {
             return true;
         }
     }

@@ -59,6 +59,7 @@ struct tree_walk_rules {
 // as FTW_D before it is known whether it can be read.
 int tree_walk(const char *root, const tree_walk_rules &rules);
 
-// Whether a name may stand beside an entry. False is certain, and mostly comes at the price of one
-// getdents64; true means that only the file system can tell.
-bool tree_may_hold(const tree_entry &entry, const char *name);
+// Whether a name (zero-terminated, not empty) may stand beside an entry. False is certain, and mostly
+// comes at the price of one getdents64, half that of looking up a name that is not there; on shared
+// storage it saves a round trip. True means that only the file system can tell.
+bool tree_may_hold(const tree_entry &entry, std::string_view name);
