@@ -655,11 +655,12 @@ void release(walk *w) {
 }
 
 bool is_ascii(std::string_view text) {
-    unsigned all = 0;
     for (const char c : text) {
-        all |= static_cast<unsigned char>(c);
+        if (static_cast<unsigned char>(c) > 0x7f) {
+            return false;
+        }
     }
-    return all < 0x80;
+    return true;
 }
 
 size_t length_without_trailing_slashes(const char *path) {
