@@ -59,7 +59,8 @@ struct tree_walk_rules {
 // as FTW_D before it is known whether it can be read.
 int tree_walk(const char *root, const tree_walk_rules &rules);
 
-// Whether a name (zero-terminated, not empty) may stand beside an entry. False is certain, and mostly
-// comes at the price of one getdents64, half that of looking up a name that is not there; on shared
-// storage it saves a round trip. True means that only the file system can tell.
+// Whether a name (zero-terminated, not empty) may stand beside an entry. True means that only the file
+// system can tell. False comes from the entries read, mostly at the price of one getdents64, and on
+// shared storage saves a round trip; it is certain but where the file system takes letters beyond ASCII
+// for letters within (a Kelvin sign for a k).
 bool tree_may_hold(const tree_entry &entry, std::string_view name);
